@@ -17,7 +17,7 @@ bool env_is(const char *name, std::string_view value) {
 
 int main(int argc, char **argv) {
     testing::InitGoogleTest(&argc, argv);
-    if (env_is("TAVO_TEST_REQUIRE_SANDBOX", "1") && !env_is("TAVO_SIM_ACTIVE", "1")) {
+    if (TAVO_TEST_REQUIRES_SANDBOX && !env_is("TAVO_SIM_ACTIVE", "1")) {
         std::fprintf(stderr, "%s: not inside the simulated host; run it with tavo-sim run --\n",
                      argv[0]);
         return 1;

@@ -1,0 +1,10 @@
+/* Every public header, compiled as C99 with -pedantic. */
+#include "rumo/rumo.h"
+#include "rumo/rumo_sim.h"
+#include "tavo/tavo_drv_api.h"
+#include "tavo/tavo_export.h"
+
+int public_headers_compile_as_c(void);
+int public_headers_compile_as_c(void) {
+    return (int)sizeof(tavo_card_table);
+}
