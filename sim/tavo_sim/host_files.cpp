@@ -1,8 +1,8 @@
 #include "host_files.h"
 
+#include "base/unique_fd.h"
 #include "default_host.h"
 #include "private_dirs.h"
-#include "base/unique_fd.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,9 +1,9 @@
 #include "namespace.h"
 
+#include "base/unique_fd.h"
 #include "exit_status.h"
 #include "host_files.h"
 #include "private_dirs.h"
-#include "base/unique_fd.h"
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -50,7 +50,20 @@ void mirror_entries(Args &args, const fs::path &dir, const std::set<std::string>
     }
 }
 
-Args bwrap_arguments(const std::optional<std::string> &host_path, const std::string &cwd) {
+// A work tree that lives below a private directory (a checkout in /tmp, say) stays
+// reachable at its own path inside; the rest of that directory is still fresh.
+void keep_work_trees(Args &args, std::initializer_list<std::string_view> paths) {
+    std::set<std::string> roots;
+    for (std::string_view path : paths) {
+        std::string_view root = private_tree_root(path);
+        if (!root.empty() && roots.insert(std::string(root)).second) {
+            add(args, {"--bind", std::string(root), std::string(root)});
+        }
+    }
+}
+
+Args bwrap_arguments(const std::optional<std::string> &host_path, const std::string &cwd,
+                     const std::string &self) {
     Args args{"bwrap", "--die-with-parent"};
     if (::geteuid() != 0) {
         args.emplace_back("--unshare-user");
@@ -64,6 +77,7 @@ Args bwrap_arguments(const std::optional<std::string> &host_path, const std::str
     mirror_entries(args, "/var", {"log"});
     add(args, {"--tmpfs", "/etc/usr", "--tmpfs", "/var/log", "--tmpfs", "/run"});
     add(args, {"--perms", "01777", "--tmpfs", "/tmp"});
+    keep_work_trees(args, {cwd, self});
     if (host_path && is_in_private_dir(*host_path)) {
         add(args, {"--ro-bind", *host_path, *host_path});
     }
@@ -78,7 +92,7 @@ bool working_directory(std::string &cwd, std::string &error) {
         error = "cannot find the working directory: " + ec.message();
         return false;
     }
-    if (is_in_private_dir(cwd)) {
+    if (is_in_private_dir(cwd) && private_tree_root(cwd).empty()) {
         error = "the working directory " + cwd +
                 " would be hidden by the simulated host's private directories; run from elsewhere";
         return false;
@@ -234,7 +248,7 @@ int run_in_private_namespace(RunOptions run) {
     std::signal(SIGINT, SIG_IGN);
     std::signal(SIGQUIT, SIG_IGN);
     Launch launch;
-    if (!start_bwrap(bwrap_arguments(run.host_file, cwd), self, run, launch, error)) {
+    if (!start_bwrap(bwrap_arguments(run.host_file, cwd, self), self, run, launch, error)) {
         return host_failure(error);
     }
     return wait_for_bwrap(launch);

@@ -29,4 +29,16 @@ inline bool is_in_private_dir(std::string_view path) {
     return is_below_private_dir(path);
 }
 
+// For a path strictly below a private directory, the top of its tree there
+// ("/tmp/work/build/x" gives "/tmp/work"); empty otherwise.
+inline std::string_view private_tree_root(std::string_view path) {
+    for (std::string_view dir : kPrivateDirs) {
+        if (path.size() > dir.size() + 1 && path.starts_with(dir) && path[dir.size()] == '/') {
+            std::size_t end = path.find('/', dir.size() + 1);
+            return path.substr(0, end);
+        }
+    }
+    return {};
+}
+
 }  // namespace tavo::sim

@@ -229,8 +229,14 @@ TEST_F(TavoSim, PrivateDirectoriesStartEmptyAndNeverReachTheRealMachine) {
     const std::vector<std::string> dirs = {"/run", "/tmp", "/var/log", "/etc/usr"};
 
     const std::string host = write_host("{}");
-    const Result listing =
-        run({"run", "--host", host, "--", "ls", "-A", "/run", "/tmp", "/var/log", "/etc/usr"});
+    // A build tree below /tmp is kept reachable inside; everything else there is fresh.
+    const fs::path sim_path(TAVO_SIM_PATH);
+    const std::string filter =
+        sim_path.string().starts_with("/tmp/")
+            ? " | grep -v -x '" + std::next(sim_path.begin(), 2)->string() + "'"
+            : "";
+    const Result listing = run(
+        {"run", "--host", host, "--", "sh", "-c", "ls -A /run /tmp /var/log /etc/usr" + filter});
     ASSERT_EQ(listing.status, 0) << listing.err;
     std::string expected_tmp = listing.out.substr(listing.out.find("/tmp:\n") + 6);
     expected_tmp = expected_tmp.substr(0, expected_tmp.find('\n'));
@@ -311,6 +317,15 @@ TEST_F(TavoSim, WorkingDirectoryIsPreserved) {
     EXPECT_EQ(r.out, fs::canonical(scratch_).string() + "\n");
 
     expect_host_failure(run({"run", "--", "true"}, {}, "/tmp"), "working directory /tmp");
+
+    // A work tree below a private directory stays reachable at its own path.
+    std::string tree = "/tmp/tavo-sim-tree-XXXXXX";
+    ASSERT_NE(::mkdtemp(tree.data()), nullptr);
+    fs::copy_file(scratch_ / "script.sh", tree + "/script.sh");
+    const Result in_tmp = run({"run", "--", "./script.sh"}, {}, tree);
+    fs::remove_all(tree);
+    EXPECT_EQ(in_tmp.status, 0) << in_tmp.err;
+    EXPECT_EQ(in_tmp.out, tree + "\n");
 }
 
 TEST_F(TavoSim, MissingBubblewrapIs125) {
