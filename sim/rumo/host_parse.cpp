@@ -122,11 +122,20 @@ void read_cards(Host &host, const json &value, const std::string &path) {
     }
 }
 
-constexpr std::array<Field<Host>, 3> kHostFields{{
+// Sections that describe emulated hardware outside the device-management library; tavo-sim
+// reads and checks them.
+void emulator_section(Host &, const json &, const std::string &) {}
+
+constexpr std::array<Field<Host>, 8> kHostFields{{
     {"name",
      [](Host &h, const json &v, const std::string &p) { h.name = read_text(v, p, kMaxHostName); }},
     {"files", [](Host &h, const json &v, const std::string &p) { h.files = read_files(v, p); }},
     {"cards", [](Host &h, const json &v, const std::string &p) { read_cards(h, v, p); }},
+    {"i2c", emulator_section},
+    {"ipmi", emulator_section},
+    {"pci", emulator_section},
+    {"dmidecode", emulator_section},
+    {"memory_map", emulator_section},
 }};
 
 std::string read_whole_file(const std::string &path) {
