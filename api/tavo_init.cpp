@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "api/tavo_board_description.h"
 #include "api/tavo_table.h"
 #include "base/bounded.h"
 #include "base/unique_file.h"
@@ -110,6 +111,7 @@ TAVO_API int tavo_pallas_init(void) {
     }
     mark_slots_unmapped();
     (void)tavo_flush_device_id();
+    tavo::api::apply_board_description();
     g_tavoBoardInfo.initialised = 1;
     return 0;
 }
@@ -129,6 +131,7 @@ TAVO_API int tavo_init_inn(void) {
     g_tavoBoardInfo.no_minid = no_minid ? 1 : 0;
     g_tavoBoardInfo.total_device_count = no_minid ? 0 : 1;
     card.device_count = no_minid ? 0 : 1;
+    tavo::api::apply_board_description();
     g_tavoBoardInfo.initialised = 1;
     return 0;
 }

@@ -3,6 +3,8 @@
 
 #include <rumo/rumo.h>
 
+#include "mcu_model.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -66,6 +68,8 @@ struct Card {
     std::uint32_t board_id = 0;
     std::uint32_t pcb_id = 0;
     std::uint32_t bom_id = 0;
+    // The card's MCU, reached through its wired chips; none when not described.
+    std::optional<mcu_model::McuConfig> mcu;
 };
 
 struct Host {

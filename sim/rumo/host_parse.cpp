@@ -2,6 +2,7 @@
 
 #include "chip_fields.h"
 #include "default_host.h"
+#include "mcu_fields.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -61,13 +62,15 @@ std::map<std::string, std::string> read_files(const json &value, const std::stri
     return files;
 }
 
-constexpr std::array<Field<Card>, 5> kCardFields{{
+constexpr std::array<Field<Card>, 6> kCardFields{{
     {"slot_id", &set_int<&Card::slot_id>},
     {"board_id", &set_int<&Card::board_id>},
     {"pcb_id", &set_int<&Card::pcb_id>},
     {"bom_id", &set_int<&Card::bom_id>},
     // Read by read_cards, which numbers the chips across the host.
     {"chips", [](Card &, const json &, const std::string &) {}},
+    // Read by read_cards once the card's chips are known.
+    {"mcu", [](Card &, const json &, const std::string &) {}},
 }};
 
 // Remembers where each logic id was first used.
@@ -115,10 +118,15 @@ void read_cards(Host &host, const json &value, const std::string &path) {
     LogicIds ids;
     for (std::size_t i = 0; i < value.size(); ++i) {
         std::string card_path = element_path(path, i);
-        Card card{static_cast<std::uint32_t>(i), 1, 2, 5};
+        Card card{static_cast<std::uint32_t>(i), 1, 2, 5, std::nullopt};
         read_fields(card, value[i], card_path, kCardFields);
         host.cards.push_back(card);
+        std::size_t first_chip = host.chips.size();
         read_chips(host, value[i], card_path, ids);
+        if (auto mcu = value[i].find("mcu"); mcu != value[i].end()) {
+            host.cards.back().mcu = parse_mcu(*mcu, member_path(card_path, "mcu"), card,
+                                              host.chips.size() - first_chip);
+        }
     }
 }
 
@@ -126,7 +134,7 @@ void read_cards(Host &host, const json &value, const std::string &path) {
 // reads and checks them.
 void emulator_section(Host &, const json &, const std::string &) {}
 
-constexpr std::array<Field<Host>, 8> kHostFields{{
+constexpr std::array<Field<Host>, 9> kHostFields{{
     {"name",
      [](Host &h, const json &v, const std::string &p) { h.name = read_text(v, p, kMaxHostName); }},
     {"files", [](Host &h, const json &v, const std::string &p) { h.files = read_files(v, p); }},
@@ -136,6 +144,7 @@ constexpr std::array<Field<Host>, 8> kHostFields{{
     {"pci", emulator_section},
     {"dmidecode", emulator_section},
     {"memory_map", emulator_section},
+    {"proc_files", emulator_section},
 }};
 
 std::string read_whole_file(const std::string &path) {

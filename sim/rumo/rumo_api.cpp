@@ -228,10 +228,12 @@ RUMO_EXPORT int rumo_pre_reset_soc(uint32_t logic_id) {
     return run_on_chip(Fn::pre_reset_soc, logic_id, [](Chip &) { return RUMO_SIM_OK; });
 }
 
-// No MCU is simulated: every chip answers that none is behind it.
+// The MCU of the chip's card answers, when the card has one and this chip holds
+// its link; other chips answer that no MCU is behind them.
 RUMO_EXPORT int rumo_passthru_mcu(uint32_t logic_id, void *record) {
-    return run_on_chip(Fn::passthru_mcu, logic_id, [&](Chip &) {
-        return record == nullptr ? RUMO_SIM_ERR_INVALID_ARGUMENT : RUMO_SIM_ERR_NO_MCU;
+    return run(Fn::passthru_mcu, [&](Simulator &sim) {
+        Simulator::ChipAccess access = sim.open_chip(Fn::passthru_mcu, logic_id);
+        return access.code != RUMO_SIM_OK ? access.code : sim.passthru_mcu(*access.chip, record);
     });
 }
 

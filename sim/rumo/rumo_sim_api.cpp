@@ -2,8 +2,10 @@
 #include <rumo/rumo_sim.h>
 
 #include "host_parse.h"
+#include "mcu_frames.h"
 #include "sim_global.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <stdexcept>
@@ -43,6 +45,12 @@ int load(Load &&load_host) noexcept {
         std::fprintf(stderr, "cannot load the host: unexpected failure\n");
     }
     return -1;
+}
+
+void require_pointer(const void *pointer, const char *what) {
+    if (pointer == nullptr) {
+        throw std::invalid_argument(std::string(what) + " is null");
+    }
 }
 
 void require_text(const char *text, const char *what) {
@@ -105,6 +113,95 @@ RUMO_EXPORT uint32_t rumo_sim_call_count(const char *function) {
 
 RUMO_EXPORT void rumo_sim_reset_counts(void) {
     control("rumo_sim_reset_counts", [](Simulator &sim) { sim.reset_counts(); });
+}
+
+RUMO_EXPORT int32_t rumo_sim_mcu_frame_count(uint32_t slot_id) {
+    int32_t count = -1;
+    control("rumo_sim_mcu_frame_count", [&](Simulator &sim) {
+        count = static_cast<int32_t>(sim.mcu(slot_id).transcript().size());
+    });
+    return count;
+}
+
+RUMO_EXPORT int rumo_sim_mcu_get_frame(uint32_t slot_id, uint32_t index,
+                                       rumo_sim_mcu_frame *frame) {
+    return control("rumo_sim_mcu_get_frame", [&](Simulator &sim) {
+        require_pointer(frame, "the frame");
+        const auto &transcript = sim.mcu(slot_id).transcript();
+        if (index >= transcript.size()) {
+            throw std::invalid_argument("the MCU received " + std::to_string(transcript.size()) +
+                                        " frames, there is no frame " + std::to_string(index));
+        }
+        *frame = tavo::sim::to_c_frame(transcript[index], slot_id);
+    });
+}
+
+RUMO_EXPORT int rumo_sim_mcu_clear_frames(uint32_t slot_id) {
+    return control("rumo_sim_mcu_clear_frames",
+                   [&](Simulator &sim) { sim.mcu(slot_id).clear_transcript(); });
+}
+
+RUMO_EXPORT int rumo_sim_mcu_set_item(uint32_t slot_id, uint16_t command, uint8_t argument,
+                                      const uint8_t *bytes, uint32_t length) {
+    return control("rumo_sim_mcu_set_item", [&](Simulator &sim) {
+        if (length > 0) {
+            require_pointer(bytes, "the item bytes");
+        }
+        std::vector<std::uint8_t> item(bytes, bytes + length);
+        sim.mcu(slot_id).set_item({command, argument}, std::move(item));
+    });
+}
+
+RUMO_EXPORT int rumo_sim_mcu_fail_command(uint32_t slot_id, uint16_t command, int32_t times,
+                                          uint16_t status) {
+    return control("rumo_sim_mcu_fail_command", [&](Simulator &sim) {
+        if (times < 0 || (times > 0 && status == 0)) {
+            throw std::invalid_argument("times must not be negative and the status not 0");
+        }
+        sim.mcu(slot_id).fail_command(command, times, status);
+    });
+}
+
+RUMO_EXPORT int rumo_sim_mcu_set_piece_length(uint32_t slot_id, uint16_t command, int32_t times,
+                                              uint32_t length) {
+    return control("rumo_sim_mcu_set_piece_length", [&](Simulator &sim) {
+        if (times < 0 || length > RUMO_SIM_MCU_DATA_MAX) {
+            throw std::invalid_argument("times must not be negative and the length at most " +
+                                        std::to_string(RUMO_SIM_MCU_DATA_MAX));
+        }
+        sim.mcu(slot_id).override_piece(command, times, length);
+    });
+}
+
+RUMO_EXPORT int rumo_sim_mcu_get_image(uint32_t slot_id, uint8_t *buffer, uint32_t size,
+                                       uint32_t *length) {
+    return control("rumo_sim_mcu_get_image", [&](Simulator &sim) {
+        require_pointer(length, "the length");
+        const std::vector<std::uint8_t> &image = sim.mcu(slot_id).image();
+        if (size > 0) {
+            require_pointer(buffer, "the buffer");
+        }
+        std::copy_n(image.begin(), std::min<std::size_t>(size, image.size()), buffer);
+        *length = static_cast<uint32_t>(image.size());
+    });
+}
+
+RUMO_EXPORT int rumo_sim_mcu_get_state(uint32_t slot_id, rumo_sim_mcu_state *state) {
+    return control("rumo_sim_mcu_get_state", [&](Simulator &sim) {
+        require_pointer(state, "the state");
+        const tavo::mcu_model::McuModel &mcu = sim.mcu(slot_id);
+        *state = rumo_sim_mcu_state{mcu.active_slot(),
+                                    mcu.upgrade_state(),
+                                    mcu.upgrade_progress(),
+                                    mcu.last_upgrade_control(),
+                                    static_cast<uint8_t>(mcu.peripheral_test_running() ? 1 : 0),
+                                    static_cast<uint32_t>(mcu.image().size())};
+    });
+}
+
+RUMO_EXPORT int rumo_sim_mcu_set_hook(rumo_sim_mcu_hook hook, void *context) {
+    return control("rumo_sim_mcu_set_hook",
+                   [&](Simulator &sim) { sim.set_mcu_hook(hook, context); });
 }
 
 }  // extern "C"

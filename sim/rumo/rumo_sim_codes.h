@@ -25,7 +25,10 @@ enum rumo_sim_code {
     /* rumo_passthru_mcu: there is no MCU behind this chip. */
     RUMO_SIM_ERR_NO_MCU = 6,
     /* Out of memory or another internal failure of the simulator. */
-    RUMO_SIM_ERR_INTERNAL = 7
+    RUMO_SIM_ERR_INTERNAL = 7,
+    /* rumo_passthru_mcu: the chip is wired to the MCU but the MCU's link is on the
+     * card's other chip. */
+    RUMO_SIM_ERR_LINK_DOWN = 8
 };
 
 #endif

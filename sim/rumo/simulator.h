@@ -4,6 +4,9 @@
 
 #include "functions.h"
 #include "host_model.h"
+#include "mcu_model.h"
+
+#include <rumo/rumo_sim.h>
 
 #include <array>
 #include <cstdint>
@@ -12,6 +15,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tavo::sim {
 
@@ -52,6 +56,14 @@ class Simulator {
     std::uint32_t call_count(std::string_view function) const;
     void reset_counts() { calls_ = {}; }
 
+    // rumo_passthru_mcu on `chip`: the record's request goes to the MCU of the chip's
+    // card when the chip is wired to it and carries its active link.
+    int passthru_mcu(const Chip &chip, void *record);
+    // The MCU of the first card with this slot id; ControlError when it has none.
+    mcu_model::McuModel &mcu(std::uint32_t slot_id);
+    // Called with every request that reaches an MCU, under the simulator's lock.
+    void set_mcu_hook(rumo_sim_mcu_hook hook, void *context);
+
   private:
     enum class State { unloaded, ready, failed };
     struct Injection {
@@ -66,6 +78,15 @@ class Simulator {
     std::size_t shown_ = 0;
     std::array<std::uint32_t, kFunctionCount> calls_{};
     std::array<Injection, kFunctionCount> injections_{};
+    // By card index; empty for a card without an MCU.
+    std::vector<std::optional<mcu_model::McuModel>> mcus_;
+    rumo_sim_mcu_hook mcu_hook_ = nullptr;
+    void *mcu_hook_context_ = nullptr;
+
+    // Chip slot (1, 3) of `chip` on its card's MCU; 0 when not wired.
+    std::uint32_t chip_slot(const Chip &chip) const;
+    // The chip carrying the active link reports a live heartbeat, the others a dead one.
+    void follow_active_link(std::size_t card);
 };
 
 }  // namespace tavo::sim
