@@ -3,6 +3,7 @@
 #include "base/unique_fd.h"
 #include "default_host.h"
 #include "private_dirs.h"
+#include "world.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -118,12 +119,22 @@ bool resolve_host_path(std::string &path, std::string &error) {
     return true;
 }
 
+bool is_builtin_host(std::string_view name) {
+    return name.find('/') == std::string_view::npos && !builtin_host_json(name).empty();
+}
+
 bool load_host_description(const std::optional<std::string> &path, HostDescription &out,
                            std::string &error) {
     out.path = path;
     out.name = path ? *path : std::string(kDefaultHostName);
     if (!path) {
         return parse_host(default_host_json(), out, error);
+    }
+    if (is_builtin_host(*path)) {
+        // The device-management simulator reads the same description from a file.
+        out.builtin_text = std::string(builtin_host_json(*path));
+        out.path = std::string(kRunDir) + "/host-" + *path + ".json";
+        return parse_host(out.builtin_text, out, error);
     }
     std::string text;
     return read_text(*path, text, error) && parse_host(text, out, error);

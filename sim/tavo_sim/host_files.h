@@ -13,7 +13,11 @@ struct HostDescription {
     std::string name;                 // the file name, for messages
     std::optional<std::string> path;  // absolute path; none for the built-in default host
     nlohmann::json json;
+    std::string builtin_text;  // a built-in host's description, written to `path` inside
 };
+
+// True for the name of a built-in host ("camera"): a name without a slash.
+bool is_builtin_host(std::string_view name);
 
 struct HostFile {
     std::string path;

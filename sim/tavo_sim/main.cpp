@@ -24,6 +24,10 @@ int build_host_and_run(const RunOptions &run, gchar **user_environment) {
         !prepare_run_dir(error) || !write_host_files(files, error)) {
         return host_failure(error);
     }
+    if (!host.builtin_text.empty() &&
+        !write_host_files({HostFile{*host.path, host.builtin_text}}, error)) {
+        return host_failure(error);
+    }
     g_autoptr(UMockdevTestbed) testbed = create_testbed();
     World world{testbed, host.json, host.name};
     if (!attach_emulators(world, error)) {

@@ -232,7 +232,8 @@ int wait_for_bwrap(Launch &launch) {
 
 int run_in_private_namespace(RunOptions run) {
     std::string error, cwd;
-    if (run.host_file && !resolve_host_path(*run.host_file, error)) {
+    if (run.host_file && !is_builtin_host(*run.host_file) &&
+        !resolve_host_path(*run.host_file, error)) {
         return host_failure(error);
     }
     if (!working_directory(cwd, error)) {

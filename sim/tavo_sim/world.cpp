@@ -1,5 +1,9 @@
 #include "world.h"
 
+#include "i2c_emulators.h"
+#include "mcu_emulator.h"
+#include "memory_map.h"
+
 #include <array>
 #include <filesystem>
 
@@ -8,7 +12,8 @@ namespace tavo::sim {
 namespace {
 
 // To add an emulator, declare its attach function in its own header and list it here.
-constexpr std::array<AttachFunction, 0> kAttachFunctions{};
+constexpr std::array<AttachFunction, 3> kAttachFunctions{attach_mcu_type, attach_i2c,
+                                                         attach_memory_map};
 
 }  // namespace
 

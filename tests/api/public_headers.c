@@ -3,8 +3,9 @@
 #include "rumo/rumo_sim.h"
 #include "tavo/tavo_drv_api.h"
 #include "tavo/tavo_export.h"
+#include "tavo/tavo_mcu.h"
 
 int public_headers_compile_as_c(void);
 int public_headers_compile_as_c(void) {
-    return (int)sizeof(tavo_card_table);
+    return (int)sizeof(tavo_card_table) + (int)sizeof(tavo_mcu_passthru_record);
 }

@@ -14,10 +14,35 @@ int main(int argc, char **argv) {
     for (auto *sub : {list, board_type}) {
         sub->add_flag("--json", options.json, "print one JSON document instead of tables");
     }
+    auto *label = tavoctl::add_label_command(app, options);
+    auto *mcu = tavoctl::add_mcu_command(app, options);
+
+    auto *info = app.add_subcommand("info", "every reading of every device");
+    info->add_flag("--json", options.json, "print one JSON document instead of text");
+    tavoctl::QueryRequest request;
+    auto *query = app.add_subcommand("query", "one reading of one device");
+    query->add_flag("--json", options.json, "print one JSON document instead of text");
+    query->add_option("CARD", request.card, "card id")->required();
+    query->add_option("DEVICE", request.device, "device id")->required();
+    query->add_option("ITEM", request.item, "what to read (see below)")->required();
+    query->add_option("ARG", request.argument, "the reading's own argument, where it has one");
+    query->footer(tavoctl::query_list_help());
 
     CLI11_PARSE(app, argc, argv);
     if (board_type->parsed()) {
         return tavoctl::run_board_type(options);
+    }
+    if (label->parsed()) {
+        return tavoctl::run_label(options);
+    }
+    if (mcu->parsed()) {
+        return tavoctl::run_mcu(options);
+    }
+    if (info->parsed()) {
+        return tavoctl::run_info(options);
+    }
+    if (query->parsed()) {
+        return tavoctl::run_query(options, request);
     }
     return tavoctl::run_list(options);
 }

@@ -1,0 +1,170 @@
+// "memory_map": {"size": "0x12100000",
+//                "bytes": [{"address": "0x12020EE0", "hex": "00 11 00 22 33 44 55"}]}
+// "proc_files": {"/proc/meminfo": "MemTotal: 3900000 kB\n"}
+#include "memory_map.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <vector>
+
+#include "base/sys.h"
+#include "base/unique_fd.h"
+
+namespace tavo::sim {
+namespace {
+
+using nlohmann::json;
+namespace fs = std::filesystem;
+
+constexpr uint64_t kMaxMemorySize = uint64_t{1} << 36;
+
+bool read_number(const json &value, const std::string &path, uint64_t &out, std::string &error) {
+    if (value.is_number_unsigned()) {
+        out = value.get<uint64_t>();
+        return true;
+    }
+    if (value.is_string()) {
+        const std::string text = value.get<std::string>();
+        std::size_t used = 0;
+        try {
+            out = std::stoull(text, &used, 0);
+        } catch (const std::exception &) {
+            used = 0;
+        }
+        if (used == text.size() && used != 0) {
+            return true;
+        }
+    }
+    error = path + ": expected an unsigned number or a \"0x...\" text";
+    return false;
+}
+
+bool read_hex_bytes(const json &value, const std::string &path, std::vector<uint8_t> &out,
+                    std::string &error) {
+    if (!value.is_string()) {
+        error = path + ": expected hexadecimal bytes such as \"00 11 22\"";
+        return false;
+    }
+    std::istringstream in(value.get<std::string>());
+    std::string word;
+    while (in >> word) {
+        std::size_t used = 0;
+        unsigned long byte = 0;
+        try {
+            byte = std::stoul(word, &used, 16);
+        } catch (const std::exception &) {
+            used = 0;
+        }
+        if (used != word.size() || word.size() > 2 || byte > 0xFF) {
+            error = path + ": \"" + word + "\" is not a hexadecimal byte";
+            return false;
+        }
+        out.push_back(static_cast<uint8_t>(byte));
+    }
+    return true;
+}
+
+bool write_region(int fd, const json &entry, const std::string &path, uint64_t size,
+                  std::string &error) {
+    if (!entry.is_object() || !entry.contains("address") || !entry.contains("hex") ||
+        entry.size() != 2) {
+        error = path + ": expected {\"address\": ..., \"hex\": ...}";
+        return false;
+    }
+    uint64_t address = 0;
+    std::vector<uint8_t> bytes;
+    if (!read_number(entry["address"], path + ".address", address, error) ||
+        !read_hex_bytes(entry["hex"], path + ".hex", bytes, error)) {
+        return false;
+    }
+    if (address + bytes.size() > size) {
+        error = path + ": bytes end past the memory size";
+        return false;
+    }
+    if (::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(address)) !=
+        static_cast<ssize_t>(bytes.size())) {
+        error = path + ": cannot write the memory image";
+        return false;
+    }
+    return true;
+}
+
+bool build_memory(const json &section, const fs::path &root, std::string &error) {
+    if (!section.is_object() || !section.contains("size")) {
+        error = "memory_map: expected an object with \"size\"";
+        return false;
+    }
+    for (const auto &[key, unused] : section.items()) {
+        if (key != "size" && key != "bytes") {
+            error = "memory_map." + key + ": unknown key";
+            return false;
+        }
+    }
+    uint64_t size = 0;
+    if (!read_number(section["size"], "memory_map.size", size, error)) {
+        return false;
+    }
+    if (size == 0 || size > kMaxMemorySize) {
+        error = "memory_map.size: must be between 1 and 64 GiB";
+        return false;
+    }
+    fs::create_directories(root / "dev");
+    base::UniqueFd fd =
+        base::sys_open((root / "dev/mem").c_str(), O_CREAT | O_RDWR | O_TRUNC, 0600);
+    if (!fd || ::ftruncate(fd.get(), static_cast<off_t>(size)) != 0) {
+        error = "memory_map: cannot create the memory image";
+        return false;
+    }
+    const json bytes = section.value("bytes", json::array());
+    if (!bytes.is_array()) {
+        error = "memory_map.bytes: expected an array";
+        return false;
+    }
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        if (!write_region(fd.get(), bytes[i], "memory_map.bytes[" + std::to_string(i) + "]", size,
+                          error)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool build_proc_files(const json &section, const fs::path &root, std::string &error) {
+    if (!section.is_object()) {
+        error = "proc_files: expected an object of path -> text";
+        return false;
+    }
+    for (const auto &[path, content] : section.items()) {
+        fs::path normal = fs::path(path).lexically_normal();
+        if (!content.is_string() || !path.starts_with("/proc/") || normal.string() != path) {
+            error = "proc_files: \"" + path + "\" must be a normalised /proc/ path with text";
+            return false;
+        }
+        fs::path target = root / path.substr(1);
+        fs::create_directories(target.parent_path());
+        std::ofstream(target, std::ios::binary) << content.get<std::string>();
+    }
+    return true;
+}
+
+}  // namespace
+
+bool attach_memory_map(World &world, std::string &error) {
+    g_autofree gchar *root_dir = umockdev_testbed_get_root_dir(world.testbed);
+    const fs::path root = root_dir;
+    if (world.host.contains("memory_map") && !build_memory(world.host["memory_map"], root, error)) {
+        return false;
+    }
+    if (world.host.contains("proc_files") &&
+        !build_proc_files(world.host["proc_files"], root, error)) {
+        return false;
+    }
+    return true;
+}
+
+}  // namespace tavo::sim
