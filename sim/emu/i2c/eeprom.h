@@ -71,12 +71,13 @@ class Eeprom24c512 : public Eeprom {
     Eeprom24c512() : Eeprom(kSize, kPageSize, 2) {}
 };
 
-// Board-identity EEPROM of bus 0: 256 bytes, 8-bit addresses, 8-byte pages (a 24C02).
+// Board-identity EEPROM of bus 0: 4 KiB, 16-bit addresses like the label EEPROM (the
+// library reads it with the same two-byte address prefix), 32-byte pages (a 24C32).
 class BoardIdEeprom : public Eeprom {
   public:
-    static constexpr std::size_t kSize = 256;
-    static constexpr std::size_t kPageSize = 8;
-    BoardIdEeprom() : Eeprom(kSize, kPageSize, 1) {}
+    static constexpr std::size_t kSize = 4 * 1024;
+    static constexpr std::size_t kPageSize = 32;
+    BoardIdEeprom() : Eeprom(kSize, kPageSize, 2) {}
 };
 
 }  // namespace tavo::emu::i2c

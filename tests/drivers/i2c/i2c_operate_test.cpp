@@ -257,15 +257,13 @@ TEST_F(I2cOperateTest, ExpanderRegisterIsOneCommandByteThenTheRead) {
     EXPECT_TRUE(err_logged("DriverI2cGetData9555", "read error!\n\r\n"));
 }
 
-// The board-identity part takes one address byte: the library's second address byte lands
-// as a data byte that the repeated start discards, and the read starts one byte further.
 TEST_F(I2cOperateTest, BoardIdIsReadFromBusZero) {
     auto &board_id = world_.add_board_id_eeprom(0, 0x57);
     board_id.load(0, std::vector<uint8_t>{0x11, 0x22, 0x33, 0x44, 0x55});
     uint8_t out[4] = {};
     EXPECT_EQ(I2cReadDataBoardId(0x57, out, 4), 4);
     EXPECT_EQ(summaries(world_.bus(0)), (std::vector<std::string>{"w57:0000 r57:4"}));
-    EXPECT_EQ(hex(out), "22334455");
+    EXPECT_EQ(hex(out), "11223344");
     EXPECT_EQ(board_id.contents()[0], 0x11);
 }
 

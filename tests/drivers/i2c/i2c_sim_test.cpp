@@ -85,7 +85,7 @@ TEST_F(I2cSimTest, HostFileBusesServeI2cToolsAndRecordEachTransfer) {
 // Bus 9 belongs to the card MCU; what answers there is checked with the MCU model.
 TEST_F(I2cSimTest, DefaultHostHasTheBoardBuses) {
     Result r =
-        sh("i2cget -y 0 0x57 0 && i2cget -y 3 0x20 6 w && i2cget -y 8 0x50 0 && "
+        sh("i2ctransfer -y 0 w2@0x57 0 0 r1 && i2cget -y 3 0x20 6 w && i2cget -y 8 0x50 0 && "
            "ls /run/tavo-sim/i2c");
     EXPECT_EQ(r.out, "0x01\n0xffff\n0xff\nbus-0.jsonl\nbus-3.jsonl\nbus-8.jsonl\nbus-9.jsonl\n")
         << r.err;
