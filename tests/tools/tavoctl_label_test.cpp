@@ -1,12 +1,12 @@
 // tavoctl label on a simulated host whose EEPROM holds a label: what an operator
 // types and sees, exit status included.
 #include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+
 #include <nlohmann/json.hpp>
+#include "run_command.h"
 
 #include <array>
 #include <cstdint>
@@ -16,24 +16,11 @@
 #include <string>
 #include <vector>
 
-extern char **environ;
-
 namespace {
 
 namespace fs = std::filesystem;
 
-struct Result {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string read_file(const fs::path &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
+using Result = tavo::test::CommandResult;
 
 // CRC-16/XMODEM, bit by bit.
 uint16_t crc16(const std::string &data) {
@@ -79,35 +66,10 @@ class TavoctlLabelTest : public ::testing::Test {
 
     // `script` run by sh on the simulated host, with $T standing for tavoctl.
     Result sh(const std::string &script) const {
-        std::vector<std::string> words{
-            TAVO_SIM_PATH, "run", "--host", (scratch_ / "host.json").string(),
-            "--",          "sh",  "-c",     "T=" + std::string(TAVOCTL_PATH) + "; " + script};
-        std::vector<char *> argv;
-        for (std::string &w : words) {
-            argv.push_back(w.data());
-        }
-        argv.push_back(nullptr);
-        const fs::path out = scratch_ / "out";
-        const fs::path err = scratch_ / "err";
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                         0600);
-        posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                         0600);
-        pid_t pid = -1;
-        int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        Result result;
-        int wait_status = 0;
-        if (spawned != 0 || ::waitpid(pid, &wait_status, 0) != pid) {
-            ADD_FAILURE() << "cannot run tavo-sim";
-            return result;
-        }
-        result.status = WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : -1;
-        result.out = read_file(out);
-        result.err = read_file(err);
-        return result;
+        return tavo::test::run_command(
+            {TAVO_SIM_PATH, "run", "--host", (scratch_ / "host.json").string(), "--", "sh", "-c",
+             "T=" + std::string(TAVOCTL_PATH) + "; " + script},
+            scratch_);
     }
 
     fs::path scratch_;

@@ -51,13 +51,9 @@ nlohmann::json read_device(uint32_t card, const Device &device, bool human) {
 }  // namespace
 
 int run_info(const Options &options) {
-    int ret = initialise();
-    if (ret != 0) {
-        return fail("tavo_init", ret);
-    }
     std::vector<Card> cards;
-    if (!read_cards(cards, ret)) {
-        return fail("tavo_get_card_num_list", ret);
+    if (int failed = load_cards(cards); failed != 0) {
+        return failed;
     }
     nlohmann::json document = nlohmann::json::array();
     for (const Card &card : cards) {

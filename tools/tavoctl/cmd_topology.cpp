@@ -42,13 +42,9 @@ void print_cards(const std::vector<Card> &cards) {
 }  // namespace
 
 int run_list(const Options &options) {
-    int ret = initialise();
-    if (ret != 0) {
-        return fail("tavo_init", ret);
-    }
     std::vector<Card> cards;
-    if (!read_cards(cards, ret)) {
-        return fail("tavo_get_card_num_list", ret);
+    if (int failed = load_cards(cards); failed != 0) {
+        return failed;
     }
     if (options.json) {
         nlohmann::json list = nlohmann::json::array();

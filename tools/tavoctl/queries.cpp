@@ -10,8 +10,19 @@ namespace {
 
 using nlohmann::json;
 
-template <typename T>
-Reading word(int status, T value) {
+// A reading that is one number.
+template <typename T, int (*Api)(uint32_t, uint32_t, T *)>
+Reading word_query(uint32_t card, uint32_t device, uint32_t) {
+    T value = 0;
+    int status = Api(card, device, &value);
+    return {status, status == 0 ? json(value) : json()};
+}
+
+// A reading that is one number of the kind the argument names.
+template <int (*Api)(uint32_t, uint32_t, uint32_t, uint32_t *)>
+Reading kinded_word_query(uint32_t card, uint32_t device, uint32_t kind) {
+    uint32_t value = 0;
+    int status = Api(card, device, kind, &value);
     return {status, status == 0 ? json(value) : json()};
 }
 
@@ -22,66 +33,6 @@ std::string text_of(const unsigned char *text, std::size_t size) {
 
 std::string text_of(const char *text, std::size_t size) {
     return std::string(text, strnlen(text, size));
-}
-
-Reading temperature(uint32_t card, uint32_t device, uint32_t) {
-    int32_t value = 0;
-    int status = tavo_get_temperature_api(card, device, &value);
-    return word(status, value);
-}
-
-Reading voltage(uint32_t card, uint32_t device, uint32_t) {
-    uint32_t value = 0;
-    int status = tavo_get_voltage_api(card, device, &value);
-    return word(status, value);
-}
-
-Reading power(uint32_t card, uint32_t device, uint32_t) {
-    uint32_t value = 0;
-    int status = tavo_get_power_info_api(card, device, &value);
-    return word(status, value);
-}
-
-Reading frequency(uint32_t card, uint32_t device, uint32_t kind) {
-    uint32_t value = 0;
-    int status = tavo_get_device_frequency_api(card, device, kind, &value);
-    return word(status, value);
-}
-
-Reading utilization(uint32_t card, uint32_t device, uint32_t kind) {
-    uint32_t value = 0;
-    int status = tavo_get_device_utilization_rate_api(card, device, kind, &value);
-    return word(status, value);
-}
-
-Reading health(uint32_t card, uint32_t device, uint32_t) {
-    uint32_t value = 0;
-    int status = tavo_get_health_api(card, device, &value);
-    return word(status, value);
-}
-
-Reading board_id(uint32_t card, uint32_t device, uint32_t) {
-    uint32_t value = 0;
-    int status = tavo_get_board_id_api(card, device, &value);
-    return word(status, value);
-}
-
-Reading pcb_id(uint32_t card, uint32_t device, uint32_t) {
-    uint32_t value = 0;
-    int status = tavo_get_pcb_id_api(card, device, &value);
-    return word(status, value);
-}
-
-Reading system_time(uint32_t card, uint32_t device, uint32_t) {
-    uint32_t value = 0;
-    int status = tavo_get_system_time_api(card, device, &value);
-    return word(status, value);
-}
-
-Reading flash_count(uint32_t card, uint32_t device, uint32_t) {
-    uint32_t value = 0;
-    int status = tavo_get_device_flash_count_api(card, device, &value);
-    return word(status, value);
 }
 
 json die_words(const rumo_die_id &die) {
@@ -220,29 +171,32 @@ Reading error_info(uint32_t card, uint32_t device, uint32_t code) {
 }
 
 constexpr std::array kQueries{
-    Query{"health", "", "0 good, 1 minor, 2 major, 3 critical, 4 unknown", health},
-    Query{"temperature", "", "degC", temperature},
-    Query{"power", "", "0.1 W", power},
-    Query{"voltage", "", "0.01 V", voltage},
+    Query{"health", "", "0 good, 1 minor, 2 major, 3 critical, 4 unknown",
+          word_query<uint32_t, tavo_get_health_api>},
+    Query{"temperature", "", "degC", word_query<int32_t, tavo_get_temperature_api>},
+    Query{"power", "", "0.1 W", word_query<uint32_t, tavo_get_power_info_api>},
+    Query{"voltage", "", "0.01 V", word_query<uint32_t, tavo_get_voltage_api>},
     Query{"frequency", "KIND", "MHz; 1 DDR, 2 control CPU, 3 HBM, 4 AI core, 5 AI core rated",
-          frequency},
+          kinded_word_query<tavo_get_device_frequency_api>},
     Query{"utilization", "KIND",
           "percent; 1 DDR, 2 AI core, 3 AI CPU, 4 control CPU, 5 DDR bandwidth, 6 HBM bandwidth",
-          utilization},
+          kinded_word_query<tavo_get_device_utilization_rate_api>},
     Query{"aicore", "", "AI-core frequencies", aicore, kChipOnly},
     Query{"memory", "", "device memory", memory},
     Query{"hbm", "", "high-bandwidth memory", hbm, kChipOnly},
     Query{"ecc", "KIND", "0 DDR, 1 HBM", ecc},
     Query{"chip", "", "chip identity", chip},
     Query{"board", "", "board identity", board},
-    Query{"board-id", "", "board id", board_id},
-    Query{"pcb-id", "", "PCB id", pcb_id},
+    Query{"board-id", "", "board id", word_query<uint32_t, tavo_get_board_id_api>},
+    Query{"pcb-id", "", "PCB id", word_query<uint32_t, tavo_get_pcb_id_api>},
     Query{"pcie", "", "PCIe identity and address", pcie, kChipOnly},
     Query{"die", "", "die id", die},
     Query{"ndie", "", "second die id", ndie, kChipOnly},
     Query{"soc-sensor", "ID", "raw sensor words", soc_sensor, kChipOnly},
-    Query{"system-time", "", "seconds since 1970", system_time, kChipOnly},
-    Query{"flash-count", "", "number of flash parts", flash_count},
+    Query{"system-time", "", "seconds since 1970", word_query<uint32_t, tavo_get_system_time_api>,
+          kChipOnly},
+    Query{"flash-count", "", "number of flash parts",
+          word_query<uint32_t, tavo_get_device_flash_count_api>},
     Query{"flash-info", "INDEX", "one flash part", flash_info},
     Query{"firmware-version", "", "firmware version text", firmware_version},
     Query{"error-codes", "", "active error codes with their texts", error_codes},

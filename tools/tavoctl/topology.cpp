@@ -1,6 +1,8 @@
 // The cards and devices of the host as the library sees them.
 #include "topology.h"
 
+#include "output.h"
+
 #include <unistd.h>
 
 #include <array>
@@ -98,6 +100,17 @@ bool read_cards(std::vector<Card> &cards, int &status) {
         cards.push_back(read_card(ids[static_cast<std::size_t>(i)]));
     }
     return true;
+}
+
+int load_cards(std::vector<Card> &cards) {
+    int ret = initialise();
+    if (ret != 0) {
+        return fail("tavo_init", ret);
+    }
+    if (!read_cards(cards, ret)) {
+        return fail("tavo_get_card_num_list", ret);
+    }
+    return 0;
 }
 
 }  // namespace tavoctl

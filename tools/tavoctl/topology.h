@@ -32,5 +32,7 @@ int initialise();
 // Every card of the initialised library with its devices (chips, then MCU and
 // embedded SoC where the card has them).
 bool read_cards(std::vector<Card> &cards, int &status);
+// initialise() then read_cards(); 0, or the exit status after reporting the failure.
+int load_cards(std::vector<Card> &cards);
 
 }  // namespace tavoctl
