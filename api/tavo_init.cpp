@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "api/tavo_board_description.h"
+#include "api/tavo_pcie_fill.h"
 #include "api/tavo_table.h"
 #include "base/bounded.h"
 #include "base/unique_file.h"
@@ -112,6 +113,7 @@ TAVO_API int tavo_pallas_init(void) {
     mark_slots_unmapped();
     (void)tavo_flush_device_id();
     tavo::api::apply_board_description();
+    tavo::api::fill_pcie_texts();
     g_tavoBoardInfo.initialised = 1;
     return 0;
 }

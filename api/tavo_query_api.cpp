@@ -1,57 +1,12 @@
 // Routers of the device queries: the device type of a (card, device) pair chooses
 // the chip, MCU or embedded-SoC back end, whose status is returned unchanged.
-#include <type_traits>
 
+#include "api/tavo_route.h"
 #include "api/tavo_table.h"
 #include "tavo/tavo_export.h"
 #include "tavo/tavo_kite.h"
 #include "tavo/tavo_mcu.h"
 #include "tavo/tavo_query.h"
-
-namespace {
-
-// Marks a device type that a query does not serve.
-struct Refused {};
-constexpr Refused kRefused;
-
-template <typename Backend>
-int run_backend(const char *function, int32_t type, Backend backend) {
-    if constexpr (std::is_same_v<Backend, Refused>) {
-        API_LOG_ERR_FOR(function, "device_type is error.%d.\n\r\n", type);
-        return -1;
-    } else {
-        return backend();
-    }
-}
-
-template <typename Chip, typename Mcu, typename Kite>
-int route(const char *function, uint32_t card_id, uint32_t device_id, Chip chip, Mcu mcu,
-          Kite kite) {
-    int32_t type = -1;
-    int ret = tavo_get_device_info(&type, card_id, device_id);
-    if (ret != 0) {
-        API_LOG_ERR_FOR(function, "call tavo_get_device_info failed.%d.\n\r\n", ret);
-        return ret;
-    }
-    switch (type) {
-        case TAVO_DEVICE_CHIP:
-            return run_backend(function, type, chip);
-        case TAVO_DEVICE_MCU:
-            return run_backend(function, type, mcu);
-        case TAVO_DEVICE_EMBEDDED:
-            return run_backend(function, type, kite);
-        default:
-            return run_backend(function, type, kRefused);
-    }
-}
-
-// Each back end is named once; chip functions take (card, device, ...), the MCU and
-// embedded-SoC functions (card, ...).
-#define CHIP(function, ...) [&] { return function(card_id, device_id __VA_OPT__(, ) __VA_ARGS__); }
-#define BY_CARD(function, ...) [&] { return function(card_id __VA_OPT__(, ) __VA_ARGS__); }
-#define ROUTE(chip, mcu, kite) route(__func__, card_id, device_id, chip, mcu, kite)
-
-}  // namespace
 
 extern "C" {
 
@@ -91,7 +46,7 @@ TAVO_API int tavo_get_device_die_api(uint32_t card_id, uint32_t device_id, rumo_
 }
 
 TAVO_API int tavo_get_device_ndie_api(uint32_t card_id, uint32_t device_id, rumo_die_id *die) {
-    return ROUTE(CHIP(tavo_get_device_ndie, die), kRefused, kRefused);
+    return ROUTE(CHIP(tavo_get_device_ndie, die), tavo::api::kRefused, tavo::api::kRefused);
 }
 
 TAVO_API int tavo_get_aicore_info_api(uint32_t card_id, uint32_t device_id,
@@ -99,16 +54,17 @@ TAVO_API int tavo_get_aicore_info_api(uint32_t card_id, uint32_t device_id,
     if (info == nullptr) {
         return -1;
     }
-    return ROUTE(CHIP(tavo_get_aicore_info, info), kRefused, kRefused);
+    return ROUTE(CHIP(tavo_get_aicore_info, info), tavo::api::kRefused, tavo::api::kRefused);
 }
 
 TAVO_API int tavo_get_soc_sensor_api(uint32_t card_id, uint32_t device_id, uint32_t sensor_id,
                                      rumo_sensor_info *info) {
-    return ROUTE(CHIP(tavo_get_soc_sensor_info, sensor_id, info), kRefused, kRefused);
+    return ROUTE(CHIP(tavo_get_soc_sensor_info, sensor_id, info), tavo::api::kRefused,
+                 tavo::api::kRefused);
 }
 
 TAVO_API int tavo_get_system_time_api(uint32_t card_id, uint32_t device_id, uint32_t *seconds) {
-    return ROUTE(CHIP(tavo_get_system_time, seconds), kRefused, kRefused);
+    return ROUTE(CHIP(tavo_get_system_time, seconds), tavo::api::kRefused, tavo::api::kRefused);
 }
 
 TAVO_API int tavo_get_ecc_info_api(uint32_t card_id, uint32_t device_id, uint32_t kind,
@@ -119,11 +75,12 @@ TAVO_API int tavo_get_ecc_info_api(uint32_t card_id, uint32_t device_id, uint32_
 
 TAVO_API int tavo_get_user_config_api(uint32_t card_id, uint32_t device_id, const char *name,
                                       uint32_t size, unsigned char *buffer) {
-    return ROUTE(CHIP(tavo_get_user_config, name, size, buffer), kRefused, kRefused);
+    return ROUTE(CHIP(tavo_get_user_config, name, size, buffer), tavo::api::kRefused,
+                 tavo::api::kRefused);
 }
 
 TAVO_API int tavo_clear_user_config_api(uint32_t card_id, uint32_t device_id, const char *name) {
-    return ROUTE(CHIP(tavo_clear_user_config, name), kRefused, kRefused);
+    return ROUTE(CHIP(tavo_clear_user_config, name), tavo::api::kRefused, tavo::api::kRefused);
 }
 
 TAVO_API int tavo_get_device_flash_count_api(uint32_t card_id, uint32_t device_id,
@@ -147,7 +104,7 @@ TAVO_API int tavo_get_memory_info_api(uint32_t card_id, uint32_t device_id,
 }
 
 TAVO_API int tavo_get_hbm_info_api(uint32_t card_id, uint32_t device_id, rumo_hbm_info *info) {
-    return ROUTE(CHIP(tavo_get_hbm_info, info), kRefused, kRefused);
+    return ROUTE(CHIP(tavo_get_hbm_info, info), tavo::api::kRefused, tavo::api::kRefused);
 }
 
 TAVO_API int tavo_get_chip_info_api(uint32_t card_id, uint32_t device_id, rumo_chip_info *info) {
@@ -171,7 +128,7 @@ TAVO_API int tavo_get_pcb_id_api(uint32_t card_id, uint32_t device_id, uint32_t 
 }
 
 TAVO_API int tavo_get_pcie_info_api(uint32_t card_id, uint32_t device_id, rumo_pcie_info *info) {
-    return ROUTE(CHIP(tavo_get_pcie_info, info), kRefused, kRefused);
+    return ROUTE(CHIP(tavo_get_pcie_info, info), tavo::api::kRefused, tavo::api::kRefused);
 }
 
 TAVO_API int tavo_get_health_api(uint32_t card_id, uint32_t device_id, uint32_t *health) {

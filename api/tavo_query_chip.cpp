@@ -2,6 +2,7 @@
 // chip's logic id.
 #include <cstring>
 
+#include "api/tavo_route.h"
 #include "api/tavo_table.h"
 #include "base/bounded.h"
 #include "rumo/rumo.h"
@@ -10,23 +11,13 @@
 
 namespace {
 
-// Resolves the chip's logic id for the exported function `function`.
-bool resolve(const char *function, uint32_t card_id, uint32_t device_id, uint32_t &logic_id) {
-    int ret = tavo_get_device_logic_id(&logic_id, card_id, device_id);
-    if (ret != 0) {
-        API_LOG_ERR_FOR(function, "call tavo_get_device_logic_id failed.%d.\n\r\n", ret);
-        return false;
-    }
-    return true;
-}
-
 // Runs one device-management call for a chip: logic id first, then `call`. A
 // failure is logged with the name of the call and collapsed to -1.
 template <typename Call>
 int chip_query(const char *function, const char *rumo_name, uint32_t card_id, uint32_t device_id,
                Call call) {
     uint32_t logic_id = 0;
-    if (!resolve(function, card_id, device_id, logic_id)) {
+    if (!tavo::api::resolve_chip(function, card_id, device_id, logic_id)) {
         return -1;
     }
     int ret = call(logic_id);

@@ -38,5 +38,7 @@ bool uninitialised_without_devices();
     TAVO_LOG_TO(tavo::log::kInfo, tavo::api::kUnit, format __VA_OPT__(, ) __VA_ARGS__)
 #define API_LOG_OP(format, ...) \
     TAVO_LOG_TO(tavo::log::kOp, tavo::api::kUnit, format __VA_OPT__(, ) __VA_ARGS__)
+#define API_LOG_OP_FOR(function, format, ...) \
+    TAVO_LOG_FOR(tavo::log::kOp, tavo::api::kUnit, function, format __VA_OPT__(, ) __VA_ARGS__)
 #define API_LOG_ERR_FOR(function, format, ...) \
     TAVO_LOG_FOR(tavo::log::kErr, tavo::api::kUnit, function, format __VA_OPT__(, ) __VA_ARGS__)

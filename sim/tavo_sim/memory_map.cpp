@@ -1,6 +1,8 @@
 // "memory_map": {"size": "0x12100000",
 //                "bytes": [{"address": "0x12020EE0", "hex": "00 11 00 22 33 44 55"}]}
 // "proc_files": {"/proc/meminfo": "MemTotal: 3900000 kB\n"}
+// "pci": {"functions": ["pci0000:3a/0000:3a:00.0/0000:3b:00.0", ...]}   (below /sys/devices)
+// "dmidecode": "# dmidecode 3.4\nHandle 0x0009, DMI type 9, ..."  (what dmidecode prints)
 #include "memory_map.h"
 
 #include <fcntl.h>
@@ -152,6 +154,39 @@ bool build_proc_files(const json &section, const fs::path &root, std::string &er
     return true;
 }
 
+bool build_pci_tree(const json &section, const fs::path &root, std::string &error) {
+    if (!section.is_object() || section.size() != 1 || !section.contains("functions") ||
+        !section["functions"].is_array()) {
+        error = "pci: expected {\"functions\": [paths below /sys/devices]}";
+        return false;
+    }
+    for (const json &path : section["functions"]) {
+        const std::string text = path.is_string() ? path.get<std::string>() : std::string();
+        if (text.empty() || text.front() == '/' || fs::path(text).lexically_normal() != text ||
+            text.starts_with("..")) {
+            error = "pci.functions: \"" + text + "\" must be a relative, normalised path";
+            return false;
+        }
+        fs::create_directories(root / "sys/devices" / text);
+    }
+    return true;
+}
+
+// A stand-in dmidecode, first on the command's PATH, that prints the recorded output.
+bool install_dmidecode(const json &section, std::string &error) {
+    if (!section.is_string()) {
+        error = "dmidecode: expected the text that dmidecode prints";
+        return false;
+    }
+    const fs::path output = fs::path(kRunDir) / "dmidecode.out";
+    const fs::path program = fs::path(kBinDir) / "dmidecode";
+    std::ofstream(output, std::ios::binary) << section.get<std::string>();
+    std::ofstream(program) << "#!/bin/sh\ncat " << output.string() << "\n";
+    fs::permissions(program, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                                 fs::perms::others_read | fs::perms::others_exec);
+    return true;
+}
+
 }  // namespace
 
 bool attach_memory_map(World &world, std::string &error) {
@@ -162,6 +197,12 @@ bool attach_memory_map(World &world, std::string &error) {
     }
     if (world.host.contains("proc_files") &&
         !build_proc_files(world.host["proc_files"], root, error)) {
+        return false;
+    }
+    if (world.host.contains("pci") && !build_pci_tree(world.host["pci"], root, error)) {
+        return false;
+    }
+    if (world.host.contains("dmidecode") && !install_dmidecode(world.host["dmidecode"], error)) {
         return false;
     }
     return true;

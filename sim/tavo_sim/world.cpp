@@ -1,6 +1,7 @@
 #include "world.h"
 
 #include "i2c_emulators.h"
+#include "ipmi_emulator.h"
 #include "mcu_emulator.h"
 #include "memory_map.h"
 
@@ -12,7 +13,7 @@ namespace tavo::sim {
 namespace {
 
 // To add an emulator, declare its attach function in its own header and list it here.
-constexpr std::array<AttachFunction, 3> kAttachFunctions{attach_mcu_type, attach_i2c,
+constexpr std::array<AttachFunction, 4> kAttachFunctions{attach_mcu_type, attach_i2c, attach_ipmi,
                                                          attach_memory_map};
 
 }  // namespace

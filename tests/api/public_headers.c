@@ -1,9 +1,11 @@
 /* Every public header, compiled as C99 with -pedantic. */
 #include "rumo/rumo.h"
 #include "rumo/rumo_sim.h"
+#include "tavo/driver_pci.h"
 #include "tavo/tavo_drv_api.h"
 #include "tavo/tavo_export.h"
 #include "tavo/tavo_mcu.h"
+#include "tavo/tavo_pcie.h"
 
 int public_headers_compile_as_c(void);
 int public_headers_compile_as_c(void) {

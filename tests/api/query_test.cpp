@@ -63,6 +63,7 @@ TEST_F(QueryTest, PcieQueryNeedsACardOrServerBoard) {
     load_host(host_with_cards(1, 2));
     reset_library_state();
     ASSERT_EQ(tavo_init(), 0);
+    rumo_sim_reset_counts();
     rumo_pcie_info pcie{};
     EXPECT_EQ(tavo_get_pcie_info(1, 0, &pcie), -1);
     EXPECT_TRUE(err_logged("tavo_get_pcie_info", "The device is not card or server.\n\r\n"));

@@ -6,6 +6,7 @@
 
 #include "commands.h"
 #include "tavo/tavo_drv_api.h"
+#include "tavo/tavo_pcie.h"
 #include "topology.h"
 
 namespace tavoctl {
@@ -68,6 +69,49 @@ int run_board_type(const Options &options) {
         print_json({{"board_type", name}});
     } else {
         std::printf("%s\n", name);
+    }
+    return 0;
+}
+
+}  // namespace tavoctl
+
+namespace tavoctl {
+
+// Physical slots come from the host's slot records, fault counts from its PCI tree.
+int run_slots(const Options &options) {
+    std::vector<Card> cards;
+    if (int failed = load_cards(cards); failed != 0) {
+        return failed;
+    }
+    (void)tavo_pcie_slot_map_init();
+    const std::string tree = "/tmp/tavoctl_pcie_" + std::to_string(::getpid()) + ".txt";
+    bool tree_known = tavo_save_pcie_info(tree.c_str()) == 0;
+    if (tree_known) {
+        (void)tavo_flush_pcie_device(tree.c_str());
+    }
+    ::unlink(tree.c_str());
+    Table table({"CARD", "PCIE-BUS", "PCIE-SLOT", "FAULT-DEVICES"});
+    nlohmann::json list = nlohmann::json::array();
+    for (const Card &card : cards) {
+        std::array<char, TAVO_BOARD_PCIE_INFO_LEN> bus{};
+        (void)tavo_get_board_pcie_info(card.id, bus.data());
+        uint32_t slot = TAVO_ABSENT;
+        (void)tavo_get_pcie_slot(card.id, &slot);
+        uint32_t faults = 0;
+        (void)tavo_get_fault_device_num_in_card(card.id, &faults);
+        std::string slot_text = slot == TAVO_ABSENT ? "-" : std::to_string(slot);
+        table.add({std::to_string(card.id), bus[0] != '\0' ? bus.data() : "-", slot_text,
+                   tree_known ? std::to_string(faults) : "-"});
+        list.push_back(
+            {{"card_id", card.id},
+             {"pcie_bus", bus.data()},
+             {"pcie_slot", slot == TAVO_ABSENT ? nlohmann::json(nullptr) : nlohmann::json(slot)},
+             {"fault_devices", tree_known ? nlohmann::json(faults) : nlohmann::json(nullptr)}});
+    }
+    if (options.json) {
+        print_json({{"cards", list}});
+    } else {
+        table.print();
     }
     return 0;
 }

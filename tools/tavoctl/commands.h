@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "output.h"
 
@@ -15,6 +16,7 @@ namespace tavoctl {
 
 int run_list(const Options &options);
 int run_board_type(const Options &options);
+int run_slots(const Options &options);
 
 struct QueryRequest {
     uint32_t card = 0;
@@ -34,5 +36,9 @@ int run_label(const Options &options);
 // Adds "mcu info|upgrade|log|check-i2c|boot-area" to `app`; run_mcu runs the one given.
 CLI::App *add_mcu_command(CLI::App &app, Options &options);
 int run_mcu(const Options &options);
+
+// Adds "reset", "hot-reset", "set" and "config" to `app`; run_control runs the one given.
+std::vector<CLI::App *> add_control_commands(CLI::App &app, Options &options);
+int run_control(const Options &options);
 
 }  // namespace tavoctl

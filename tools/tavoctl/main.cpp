@@ -11,11 +11,14 @@ int main(int argc, char **argv) {
 
     auto *list = app.add_subcommand("list", "list cards and their devices (the default)");
     auto *board_type = app.add_subcommand("board-type", "show the board variant of this host");
-    for (auto *sub : {list, board_type}) {
+    auto *slots = app.add_subcommand("slots", "physical PCIe slot and fault devices of each card");
+    for (auto *sub : {list, board_type, slots}) {
         sub->add_flag("--json", options.json, "print one JSON document instead of tables");
     }
     auto *label = tavoctl::add_label_command(app, options);
     auto *mcu = tavoctl::add_mcu_command(app, options);
+
+    std::vector<CLI::App *> control = tavoctl::add_control_commands(app, options);
 
     auto *info = app.add_subcommand("info", "every reading of every device");
     info->add_flag("--json", options.json, "print one JSON document instead of text");
@@ -29,6 +32,9 @@ int main(int argc, char **argv) {
     query->footer(tavoctl::query_list_help());
 
     CLI11_PARSE(app, argc, argv);
+    if (slots->parsed()) {
+        return tavoctl::run_slots(options);
+    }
     if (board_type->parsed()) {
         return tavoctl::run_board_type(options);
     }
@@ -37,6 +43,11 @@ int main(int argc, char **argv) {
     }
     if (mcu->parsed()) {
         return tavoctl::run_mcu(options);
+    }
+    for (CLI::App *command : control) {
+        if (command->parsed()) {
+            return tavoctl::run_control(options);
+        }
     }
     if (info->parsed()) {
         return tavoctl::run_info(options);

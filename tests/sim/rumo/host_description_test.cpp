@@ -82,18 +82,13 @@ TEST(Defaults, LogicIdsAndBusesFollowThePositionAcrossCards) {
     EXPECT_FALSE(host.chips[0].system_time.has_value());
 }
 
-TEST(Defaults, SshStatusExistsEvenWhenUserConfigOmitsIt) {
-    Host host = load_host_text(one_chip(R"({"user_config": {"label": {"max_size": 8}}})"));
+TEST(Defaults, UserConfigKeepsSshStatusAndDecodesHexAndText) {
+    Host host = load_host_text(one_chip(
+        R"({"user_config": {"a": {"max_size": 4, "hex": "00fF7a"}, "b": {"max_size": 2, "value": "hi"}, "c": {"max_size": 8}}})"));
     const auto &items = host.chips[0].user_config;
     ASSERT_TRUE(items.contains(kSshStatusItem));
     EXPECT_EQ(items.at(kSshStatusItem).max_size, 1u);
-    EXPECT_TRUE(items.at("label").value.empty());
-}
-
-TEST(Defaults, HexAndTextValuesGiveTheirBytes) {
-    Host host = load_host_text(one_chip(
-        R"({"user_config": {"a": {"max_size": 4, "hex": "00fF7a"}, "b": {"max_size": 2, "value": "hi"}}})"));
-    const auto &items = host.chips[0].user_config;
+    EXPECT_TRUE(items.at("c").value.empty());
     EXPECT_EQ(items.at("a").value, (std::vector<std::uint8_t>{0x00, 0xff, 0x7a}));
     EXPECT_EQ(items.at("b").value, (std::vector<std::uint8_t>{'h', 'i'}));
 }
@@ -129,34 +124,20 @@ INSTANTIATE_TEST_SUITE_P(
         Malformed{"InvalidJson", R"({"cards": [)", "<text>: invalid JSON: parse error..."},
         Malformed{"TopNotObject", "[]", "<text>: expected an object"},
         Malformed{"CardsMissing", "{}", "<text>: cards: missing"},
-        Malformed{"UnknownTopKey", R"({"cards": [], "nmae": "x"})", "<text>: nmae: unknown key"},
-        Malformed{"CardsNotArray", R"({"cards": {}})", "<text>: cards: expected an array"},
         Malformed{"NameTooLong", R"({"cards": [], "name": ")" + std::string(65, 'n') + "\"}",
                   "<text>: name: text longer than 64 bytes"},
-        Malformed{"ChipsMissing", R"({"cards": [{"slot_id": 1}]})",
-                  "<text>: cards[0].chips: missing"},
         Malformed{"ChipsEmpty", R"({"cards": [{"chips": []}]})",
                   "<text>: cards[0].chips: a card carries at least one chip"},
-        Malformed{"SlotNegative", R"({"cards": [{"slot_id": -3, "chips": [{}]}]})",
-                  "<text>: cards[0].slot_id: out of range (0..4294967295)"},
         Malformed{"TextForInteger", one_chip(R"({"temperature": "hot"})"),
                   kChip + ".temperature: expected an integer"},
-        Malformed{"FractionForInteger", one_chip(R"({"temperature": 45.5})"),
-                  kChip + ".temperature: expected an integer"},
-        Malformed{"BooleanForInteger", one_chip(R"({"health": true})"),
-                  kChip + ".health: expected an integer"},
         Malformed{"NegativeUnsigned", one_chip(R"({"voltage": -1})"),
                   kChip + ".voltage: out of range (0..4294967295)"},
         Malformed{"Int32Overflow", one_chip(R"({"temperature": 2147483648})"),
                   kChip + ".temperature: out of range (-2147483648..2147483647)"},
         Malformed{"Uint8Overflow", one_chip(R"({"heartbeat": {"status": 256}})"),
                   kChip + ".heartbeat.status: out of range (0..255)"},
-        Malformed{"Uint16Overflow", one_chip(R"({"flash": [{"device_id": 65536}]})"),
-                  kChip + ".flash[0].device_id: out of range (0..65535)"},
         Malformed{"UnknownChipKey", one_chip(R"({"temprature": 40})"),
                   kChip + ".temprature: unknown key"},
-        Malformed{"UnknownRecordKey", one_chip(R"({"hbm": {"tmp": 40}})"),
-                  kChip + ".hbm.tmp: unknown key"},
         Malformed{"DuplicateJsonKey", one_chip(R"({"temperature": 40, "temperature": 41})"),
                   kChip + ": duplicate key \"temperature\""},
         Malformed{"DuplicateLogicId", one_chip(R"({"logic_id": 0}, {"logic_id": 0})"),
@@ -170,8 +151,6 @@ INSTANTIATE_TEST_SUITE_P(
         Malformed{"ChipTextTooLong",
                   one_chip(R"({"chip": {"name": ")" + std::string(32, 'x') + "\"}}"),
                   kChip + ".chip.name: text longer than 31 bytes"},
-        Malformed{"VersionTooLong", one_chip(R"({"version": ")" + std::string(64, '1') + "\"}"),
-                  kChip + ".version: text longer than 63 bytes"},
         Malformed{"ErrorTextTooLong",
                   one_chip(R"({"error_strings": {"7": ")" + std::string(256, 'e') + "\"}}"),
                   kChip + ".error_strings[\"7\"]: text longer than 255 bytes"},
@@ -188,8 +167,6 @@ INSTANTIATE_TEST_SUITE_P(
         Malformed{"SensorTwoMembers", one_chip(R"({"soc_sensors": {"0": {"uint": 1, "iint": 2}}})"),
                   kChip + ".soc_sensors[\"0\"]: expected one of uchar, ushort, uint, iint, temp, "
                           "ntc_tmp, data"},
-        Malformed{"SensorInt8Range", one_chip(R"({"soc_sensors": {"0": {"temp": [1, 200]}}})"),
-                  kChip + ".soc_sensors[\"0\"].temp[1]: out of range (-128..127)"},
         Malformed{"ConfigValueTooLong",
                   one_chip(R"({"user_config": {"a": {"max_size": 3, "value": "abcd"}}})"),
                   kChip + ".user_config[\"a\"]: value longer than max_size (3 bytes)"},
@@ -198,9 +175,6 @@ INSTANTIATE_TEST_SUITE_P(
                   kChip + ".user_config[\"a\"]: give either value or hex, not both"},
         Malformed{"ConfigOddHex",
                   one_chip(R"({"user_config": {"a": {"max_size": 3, "hex": "abc"}}})"),
-                  kChip + ".user_config[\"a\"].hex: expected an even number of hexadecimal digits"},
-        Malformed{"ConfigBadHex",
-                  one_chip(R"({"user_config": {"a": {"max_size": 3, "hex": "zz"}}})"),
                   kChip + ".user_config[\"a\"].hex: expected an even number of hexadecimal digits"},
         Malformed{"ConfigNoMaxSize", one_chip(R"({"user_config": {"a": {"value": "x"}}})"),
                   kChip + ".user_config[\"a\"].max_size: missing"},
@@ -217,8 +191,6 @@ INSTANTIATE_TEST_SUITE_P(
                   "/var/log/"},
         Malformed{"FileEscapes", R"({"cards": [], "files": {"/run/../etc/passwd": ""}})",
                   "<text>: files[\"/run/../etc/passwd\"]: path must name a file..."},
-        Malformed{"FileIsDirectory", R"({"cards": [], "files": {"/tmp/dir/": ""}})",
-                  "<text>: files[\"/tmp/dir/\"]: path must name a file..."},
         Malformed{"FileNotText", R"({"cards": [], "files": {"/run/a": 1}})",
                   "<text>: files[\"/run/a\"]: expected a string"}),
     [](const testing::TestParamInfo<Malformed> &p) { return std::string(p.param.name); });

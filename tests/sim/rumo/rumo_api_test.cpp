@@ -216,24 +216,6 @@ INSTANTIATE_TEST_SUITE_P(Table, EveryChipFunction, testing::ValuesIn(chip_calls(
                              return std::string(p.param.name);
                          });
 
-TEST_F(RumoApi, DefaultHostReportsFourCardsInSlotsOneToFour) {
-    int32_t count = 0;
-    ASSERT_EQ(rumo_get_device_count(&count), 0);
-    ASSERT_EQ(count, 4);
-    std::array<uint32_t, RUMO_MAX_DEVICES> ids{};
-    ASSERT_EQ(rumo_list_device(ids.data(), count), 0);
-    for (uint32_t i = 0; i < 4; ++i) {
-        EXPECT_EQ(ids[i], i);
-        rumo_board_info info{};
-        ASSERT_EQ(rumo_get_board_info(ids[i], &info), 0);
-        EXPECT_EQ(info.slot_id, i + 1);
-        EXPECT_EQ(info.board_id, 1u);
-    }
-    rumo_chip_info chip{};
-    ASSERT_EQ(rumo_get_chip_info(0, &chip), 0);
-    EXPECT_STREQ(chip.chip_name, "TV310");
-}
-
 TEST_F(RumoApi, ListDeviceFillsAtMostCount) {
     std::array<uint32_t, 4> ids;
     ids.fill(0xDEADBEEF);
@@ -367,10 +349,6 @@ TEST_F(RumoApi, SetValueChangesWhatTheChipReports) {
     EXPECT_EQ(rumo_get_device_frequency(1, 1, &mhz), RUMO_SIM_ERR_NOT_FOUND) << "maps are replaced";
     ASSERT_EQ(rumo_sim_set_value(1, "frequency", "null"), 0);
     EXPECT_EQ(rumo_get_device_frequency(1, 1, &mhz), 0) << "null restores the default";
-    ASSERT_EQ(rumo_sim_set_value(1, "system_time", "1700000000"), 0);
-    uint32_t seconds = 0;
-    ASSERT_EQ(rumo_get_system_time(1, &seconds), 0);
-    EXPECT_EQ(seconds, 1700000000u);
 }
 
 TEST_F(RumoApi, ErrorCodesAreCappedAtTheCallersArray) {
@@ -445,12 +423,10 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(TextCase{"ErrorTextFits", error_string, kErrorLen + 1, 0, kErrorString},
                     TextCase{"ErrorTextTruncated", error_string, kErrorLen, 0,
                              kErrorString.substr(0, kErrorLen - 1)},
-                    TextCase{"ErrorTextFiveBytes", error_string, 5, 0, kErrorString.substr(0, 4)},
                     TextCase{"ErrorTextOneByte", error_string, 1, 0, ""},
                     TextCase{"ErrorTextNoRoom", error_string, 0, RUMO_SIM_ERR_SIZE, ""},
                     TextCase{"VersionFits", version, 7, 0, "23.0.1"},
                     TextCase{"VersionNoRoomForTerminator", version, 6, RUMO_SIM_ERR_SIZE, ""},
-                    TextCase{"VersionNoRoom", version, 0, RUMO_SIM_ERR_SIZE, ""},
                     TextCase{"ComponentFits", component, 7, 0, "1.0.12"},
                     TextCase{"ComponentNoRoomForTerminator", component, 6, RUMO_SIM_ERR_SIZE, ""}),
     [](const testing::TestParamInfo<TextCase> &p) { return std::string(p.param.name); });
@@ -509,7 +485,6 @@ INSTANTIATE_TEST_SUITE_P(
                     ConfigCase{"LargerThanTheItem", 65, RUMO_SIM_ERR_SIZE, 0, 0},
                     ConfigCase{"EmptyContent", 0, RUMO_SIM_ERR_INVALID_ARGUMENT, 0, 0},
                     ConfigCase{"BufferTooSmall", 10, 0, 9, RUMO_SIM_ERR_SIZE},
-                    ConfigCase{"BufferExact", 10, 0, 10, 0},
                     ConfigCase{"BufferLargerIsZeroFilled", 10, 0, 16, 0}),
     [](const testing::TestParamInfo<ConfigCase> &p) { return std::string(p.param.name); });
 
@@ -541,8 +516,7 @@ TEST_F(RumoApi, HeartbeatCounterGrowsOnlyWhileAlive) {
     for (const Expect &e :
          {Expect{R"({"status": 0, "counter": 4})", 0, {4, 4, 4}},
           Expect{R"({"status": 1, "counter": 10})", 1, {10, 11, 12}},
-          Expect{R"({"status": 1, "counter": 4294967295})", 1, {4294967295u, 0, 1}},
-          Expect{R"({"status": 2, "counter": 7})", 2, {7, 7, 7}}}) {
+          Expect{R"({"status": 1, "counter": 4294967295})", 1, {4294967295u, 0, 1}}}) {
         ASSERT_EQ(rumo_sim_set_value(1, "heartbeat", e.heartbeat), 0);
         for (uint32_t expected : e.counters) {
             uint8_t status = 0xFF;
