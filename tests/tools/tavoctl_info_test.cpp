@@ -91,3 +91,38 @@ TEST(TavoctlList, CameraBoardIsReportedAsSuch) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(TavoctlSlots, DefaultHostCardsSitInTheirPhysicalSlots) {
+    CommandResult r = tavoctl("default", {"--json", "slots"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    nlohmann::json cards = nlohmann::json::parse(r.out)["cards"];
+    ASSERT_EQ(cards.size(), 4u);
+    EXPECT_EQ(cards[0]["pcie_bus"], "0000:3b:00.0");
+    EXPECT_EQ(cards[0]["pcie_slot"], 3);
+    EXPECT_EQ(cards[3]["pcie_slot"], 7);
+    EXPECT_EQ(cards[3]["fault_devices"], 1);  // two functions below it, one chip reported
+}
+
+TEST(TavoctlReset, ChipIsResetThroughTheBmcAndTheChangeIsAudited) {
+    // Card 3 sits in slot 6, where the BMC reports the chip still in reset once.
+    CommandResult r = tavo::test::run_command(
+        {TAVO_SIM_PATH, "run", "--", "sh", "-c",
+         std::string(TAVOCTL_PATH) +
+             " reset 3 0 && cat /run/tavo-sim/ipmi/requests.jsonl /var/log/quillmon_LOG_OP.log"},
+        TAVOCTL_TEST_SCRATCH);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("reset card 3 device 0: done\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find(R"("data":"db07005300000000060101")"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find(R"("data":"db07005400000000060101")"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("[tavoctl,reset,0]:reset card 3 device 0: done"), std::string::npos);
+    std::size_t resets = 0;
+    for (std::size_t at = r.out.find("0053000000000601"); at != std::string::npos;
+         at = r.out.find("0053000000000601", at + 1)) {
+        ++resets;
+    }
+    EXPECT_EQ(resets, 2u);
+}
+
+}  // namespace
