@@ -1,4 +1,5 @@
 #include "i2c_node.h"
+#include "sim/emu/ioctl_reply.h"
 
 #include <linux/i2c-dev.h>
 
@@ -234,12 +235,7 @@ long I2cNode::Impl::dispatch(UMockdevIoctlClient *client, unsigned long request)
 
 gboolean I2cNode::Impl::on_ioctl(UMockdevIoctlBase *, UMockdevIoctlClient *client, gpointer self) {
     auto *impl = static_cast<Impl *>(self);
-    long result = impl->dispatch(client, umockdev_ioctl_client_get_request(client));
-    if (result < 0) {
-        umockdev_ioctl_client_complete(client, -1, static_cast<int>(-result));
-    } else {
-        umockdev_ioctl_client_complete(client, result, 0);
-    }
+    complete_ioctl(client, impl->dispatch(client, umockdev_ioctl_client_get_request(client)));
     return TRUE;
 }
 

@@ -1,4 +1,5 @@
 #include "ipmi_node.h"
+#include "sim/emu/ioctl_reply.h"
 
 #include <linux/ipmi.h>
 #include <sys/ioctl.h>
@@ -227,12 +228,7 @@ long IpmiNode::Impl::dispatch(UMockdevIoctlClient *client, unsigned long request
 
 gboolean IpmiNode::Impl::on_ioctl(UMockdevIoctlBase *, UMockdevIoctlClient *client, gpointer self) {
     auto *impl = static_cast<Impl *>(self);
-    long result = impl->dispatch(client, umockdev_ioctl_client_get_request(client));
-    if (result < 0) {
-        umockdev_ioctl_client_complete(client, -1, static_cast<int>(-result));
-    } else {
-        umockdev_ioctl_client_complete(client, result, 0);
-    }
+    complete_ioctl(client, impl->dispatch(client, umockdev_ioctl_client_get_request(client)));
     return TRUE;
 }
 
