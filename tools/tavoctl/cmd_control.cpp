@@ -10,7 +10,6 @@
 #include "audit.h"
 #include "commands.h"
 #include "tavo/tavo_control.h"
-#include "tavo/tavo_pcie.h"
 #include "tavo/tavo_query.h"
 #include "topology.h"
 
@@ -65,7 +64,6 @@ int confirm(const Options &options, const std::string &what, int status) {
 }
 
 int run_reset(const Options &options, const ControlArgs &args) {
-    (void)tavo_pcie_slot_map_init();  // the BMC addresses cards by physical slot
     return confirm(options, "reset " + target(args), tavo_reset_device_api(args.card, args.device));
 }
 

@@ -83,7 +83,6 @@ int run_slots(const Options &options) {
     if (int failed = load_cards(cards); failed != 0) {
         return failed;
     }
-    (void)tavo_pcie_slot_map_init();
     const std::string tree = "/tmp/tavoctl_pcie_" + std::to_string(::getpid()) + ".txt";
     bool tree_known = tavo_save_pcie_info(tree.c_str()) == 0;
     if (tree_known) {

@@ -8,6 +8,7 @@
 #include <array>
 
 #include "tavo/tavo_drv_api.h"
+#include "tavo/tavo_pcie.h"
 
 namespace tavoctl {
 
@@ -86,7 +87,11 @@ int initialise() {
     if (is_camera_board()) {
         return tavo_init_inn();
     }
-    return tavo_init();
+    int ret = tavo_init();
+    if (ret == 0) {
+        (void)tavo_pcie_slot_map_init();  // so that every command shows physical slots
+    }
+    return ret;
 }
 
 bool read_cards(std::vector<Card> &cards, int &status) {
