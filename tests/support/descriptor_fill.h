@@ -13,14 +13,14 @@ namespace tavo::test {
 // PCI configuration writes go to the descriptor numbered like the length of the path
 // they opened, so their tests line the descriptors up with this.
 class DescriptorFill {
-public:
+  public:
     explicit DescriptorFill(int next) {
         while (lowest_free_descriptor() < next) {
             held_.emplace_back(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         }
     }
 
-private:
+  private:
     static int lowest_free_descriptor() {
         int probe = ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         ::close(probe);

@@ -8,39 +8,10 @@
 
 namespace tavo::test {
 
-namespace {
-
-[[noreturn]] void fail_world(const std::string &problem) {
-    ADD_FAILURE() << "I2cWorld: " << problem;
-    throw std::runtime_error("I2cWorld: " + problem);
-}
-
-}  // namespace
-
-I2cWorld::I2cWorld() {
-    if (const char *dir = std::getenv("UMOCKDEV_DIR"); dir != nullptr) {
-        previous_dir_ = dir;
-    }
-    // The testbed directory goes under g_get_tmp_dir(): keep it in the simulated host's private
-    // /tmp whatever TMPDIR the user had. umockdev_testbed_new points UMOCKDEV_DIR at the new
-    // testbed, and the preload follows it.
-    g_setenv("TMPDIR", "/tmp", TRUE);
-    testbed_ = umockdev_testbed_new();
-    if (testbed_ == nullptr) {
-        fail_world("cannot create a umockdev testbed");
-    }
-    g_autofree gchar *root = umockdev_testbed_get_root_dir(testbed_);
-    root_ = root;
-}
+I2cWorld::I2cWorld() : testbed_("I2cWorld") {}
 
 I2cWorld::~I2cWorld() {
     nodes_.clear();
-    g_object_unref(testbed_);
-    if (previous_dir_) {
-        setenv("UMOCKDEV_DIR", previous_dir_->c_str(), 1);
-    } else {
-        unsetenv("UMOCKDEV_DIR");
-    }
 }
 
 emu::i2c::I2cBus &I2cWorld::bus(int number) {
@@ -49,19 +20,19 @@ emu::i2c::I2cBus &I2cWorld::bus(int number) {
         return it->second->bus();
     }
     std::string error;
-    auto node =
-        emu::i2c::I2cNode::create(testbed_, std::make_shared<emu::i2c::I2cBus>(number), error);
+    auto node = emu::i2c::I2cNode::create(testbed_.get(),
+                                          std::make_shared<emu::i2c::I2cBus>(number), error);
     if (!node) {
-        fail_world(error);
+        testbed_.fail(error);
     }
     return nodes_.emplace(number, std::move(node)).first->second->bus();
 }
 
 void I2cWorld::make_unopenable(int bus) {
     std::error_code ec;
-    std::filesystem::create_directories(root_ + device_path(bus), ec);
+    std::filesystem::create_directories(testbed_.root() + device_path(bus), ec);
     if (ec) {
-        fail_world("cannot create " + root_ + device_path(bus) + ": " + ec.message());
+        testbed_.fail("cannot create " + testbed_.root() + device_path(bus) + ": " + ec.message());
     }
 }
 

@@ -19,6 +19,8 @@
 
 #include <umockdev.h>
 
+#include "scoped_testbed.h"
+
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -58,12 +60,11 @@ class I2cWorld {
     // "/dev/i2c-N".
     static std::string device_path(int bus) { return emu::i2c::I2cNode::device_path(bus); }
     // The testbed's root directory (UMOCKDEV_DIR while this world lives).
-    const std::string &root() const { return root_; }
+    const std::string &root() const { return testbed_.root(); }
 
   private:
-    std::optional<std::string> previous_dir_;
-    UMockdevTestbed *testbed_ = nullptr;
-    std::string root_;
+    // First, so that it goes last: the nodes need it while they are torn down.
+    ScopedTestbed testbed_;
     std::map<int, std::unique_ptr<emu::i2c::I2cNode>> nodes_;
 };
 

@@ -9,27 +9,7 @@
 
 namespace tavo::test {
 
-namespace {
-
-[[noreturn]] void fail_world(const std::string &problem) {
-    ADD_FAILURE() << "IpmiWorld: " << problem;
-    throw std::runtime_error("IpmiWorld: " + problem);
-}
-
-}  // namespace
-
-IpmiWorld::IpmiWorld(bool with_device) {
-    if (const char *dir = std::getenv("UMOCKDEV_DIR"); dir != nullptr) {
-        previous_dir_ = dir;
-    }
-    // Keep the testbed in the simulated host's private /tmp whatever TMPDIR the user had.
-    g_setenv("TMPDIR", "/tmp", TRUE);
-    testbed_ = umockdev_testbed_new();
-    if (testbed_ == nullptr) {
-        fail_world("cannot create a umockdev testbed");
-    }
-    g_autofree gchar *root = umockdev_testbed_get_root_dir(testbed_);
-    root_ = root;
+IpmiWorld::IpmiWorld(bool with_device) : testbed_("IpmiWorld") {
     if (!with_device) {
         for (const char *device : kCandidates) {
             make_unopenable(device);
@@ -46,20 +26,14 @@ IpmiWorld::IpmiWorld(bool with_device) {
     }
     bmc_ = std::make_shared<emu::ipmi::Bmc>();
     std::string error;
-    node_ = emu::ipmi::IpmiNode::create(testbed_, bmc_, error);
+    node_ = emu::ipmi::IpmiNode::create(testbed_.get(), bmc_, error);
     if (!node_) {
-        fail_world(error);
+        testbed_.fail(error);
     }
 }
 
 IpmiWorld::~IpmiWorld() {
     node_.reset();
-    g_object_unref(testbed_);
-    if (previous_dir_) {
-        setenv("UMOCKDEV_DIR", previous_dir_->c_str(), 1);
-    } else {
-        unsetenv("UMOCKDEV_DIR");
-    }
 }
 
 void IpmiWorld::set_faults(const emu::ipmi::IpmiFaults &faults) {
@@ -69,24 +43,24 @@ void IpmiWorld::set_faults(const emu::ipmi::IpmiFaults &faults) {
 // A dangling symbolic link: umockdev redirects the name into the testbed, where open(2)
 // fails with ENOENT. (A directory would not do: the library opens read-only.)
 void IpmiWorld::make_unopenable(const std::string &device) {
-    std::filesystem::path path = root_ + device;
+    std::filesystem::path path = testbed_.root() + device;
     std::error_code ec;
     std::filesystem::create_directories(path.parent_path(), ec);
     if (!ec) {
-        std::filesystem::create_symlink(root_ + "/nonexistent", path, ec);
+        std::filesystem::create_symlink(testbed_.root() + "/nonexistent", path, ec);
     }
     if (ec) {
-        fail_world("cannot create " + path.string() + ": " + ec.message());
+        testbed_.fail("cannot create " + path.string() + ": " + ec.message());
     }
 }
 
 void IpmiWorld::place_plain_file(const std::string &device) {
-    std::filesystem::path path = root_ + device;
+    std::filesystem::path path = testbed_.root() + device;
     std::error_code ec;
     std::filesystem::remove(path, ec);
     std::ofstream file(path);
     if (!file) {
-        fail_world("cannot create " + path.string());
+        testbed_.fail("cannot create " + path.string());
     }
 }
 

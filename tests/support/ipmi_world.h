@@ -16,6 +16,8 @@
 
 #include <umockdev.h>
 
+#include "scoped_testbed.h"
+
 #include <array>
 #include <memory>
 #include <optional>
@@ -40,16 +42,15 @@ class IpmiWorld {
     // Only with a device.
     emu::ipmi::Bmc &bmc() { return *bmc_; }
     void set_faults(const emu::ipmi::IpmiFaults &faults);
-    const std::string &root() const { return root_; }
+    const std::string &root() const { return testbed_.root(); }
     // Puts an empty regular file at candidate `device` (one that opens read-only).
     void place_plain_file(const std::string &device);
 
   private:
     void make_unopenable(const std::string &device);
 
-    std::optional<std::string> previous_dir_;
-    UMockdevTestbed *testbed_ = nullptr;
-    std::string root_;
+    // First, so that it goes last: the nodes need it while they are torn down.
+    ScopedTestbed testbed_;
     std::shared_ptr<emu::ipmi::Bmc> bmc_;
     std::unique_ptr<emu::ipmi::IpmiNode> node_;
 };

@@ -1,11 +1,11 @@
 #include "log_reader.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
 #include <cstdio>
 #include <fstream>
 #include <regex>
 #include <sstream>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace tavo::test {
 
@@ -22,8 +22,7 @@ bool file_exists(const std::string &path) {
 }
 
 std::vector<LogRecord> read_log(const std::string &path, bool with_user) {
-    static const std::regex header(
-        R"(\[(\d{4}/\d{2}/\d{2} \d{2}:\d{2}:\d{2})\]\[(\d+)\])");
+    static const std::regex header(R"(\[(\d{4}/\d{2}/\d{2} \d{2}:\d{2}:\d{2})\]\[(\d+)\])");
     static const std::regex columns(R"(^\[([^\]]*)\]\[([^\]]*)\])");
     const std::string text = read_file(path);
     std::vector<LogRecord> records;
@@ -37,8 +36,8 @@ std::vector<LogRecord> read_log(const std::string &path, bool with_user) {
         r.time = heads[i][1];
         r.thread_id = std::stol(heads[i][2]);
         size_t begin = static_cast<size_t>(heads[i].position(0) + heads[i].length(0));
-        size_t end = i + 1 < heads.size() ? static_cast<size_t>(heads[i + 1].position(0))
-                                          : text.size();
+        size_t end =
+            i + 1 < heads.size() ? static_cast<size_t>(heads[i + 1].position(0)) : text.size();
         std::string body = text.substr(begin, end - begin);
         std::smatch m;
         if (with_user && std::regex_search(body, m, columns)) {

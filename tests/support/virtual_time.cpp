@@ -1,9 +1,9 @@
 #include "virtual_time.h"
 
+#include <unistd.h>
 #include <ctime>
 #include <mutex>
 #include <numeric>
-#include <unistd.h>
 
 namespace tavo::test {
 namespace {
