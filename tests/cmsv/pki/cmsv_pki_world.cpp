@@ -1,0 +1,268 @@
+#include "cmsv_pki_world.h"
+
+#include <unistd.h>
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include <openssl/evp.h>
+
+#include "tests/cmsv/cmsv_test_context.h"
+
+namespace pkitest {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+Party Make(const std::string &cn, uint8_t serial, const Party *issuer, pki::Key key,
+           std::function<void(pki::CertSpec &)> tweak = {}) {
+    pki::CertSpec spec;
+    spec.subject = pki::name({{"O", "tavo"}, {"CN", cn}});
+    spec.serial = {serial};
+    spec.not_before = pki::utc(2020, 1, 1);
+    spec.not_after = pki::utc(2045, 1, 1);
+    if (tweak) {
+        tweak(spec);
+    }
+    Party party{{}, key};
+    party.cert =
+        pki::issue(spec, key, issuer ? &issuer->cert : nullptr, issuer ? issuer->key : key);
+    return party;
+}
+
+void MakeCa(pki::CertSpec &spec) {
+    spec.ca = true;
+    spec.key_usage = pki::kKeyCertSign | pki::kCrlSign;
+}
+void MakeCodeSigner(pki::CertSpec &spec) {
+    spec.key_usage = pki::kDigitalSignature;
+    spec.eku = {"codeSigning"};
+}
+void MakeTsa(pki::CertSpec &spec) {
+    spec.key_usage = pki::kDigitalSignature;
+    spec.eku = {"timeStamping"};
+    spec.eku_critical = true;
+}
+
+World BuildWorld() {
+    const pki::Key rootKey = pki::make_rsa_key(2048);
+    const pki::Key caKey = pki::make_rsa_key(2048);
+    const pki::Key leafKey = pki::make_rsa_key(2048);
+    const pki::Key tsaKey = pki::make_rsa_key(2048);
+    const pki::Key strangerKey = pki::make_rsa_key(2048);
+    World w;
+    w.root = Make("Tavo Root", 1, nullptr, rootKey, MakeCa);
+    w.ca = Make("Tavo Code CA", 0x10, &w.root, caKey, MakeCa);
+    w.signer = Make("Tavo Signer", 0x20, &w.ca, leafKey, MakeCodeSigner);
+    w.tsa = Make("Tavo TSA", 0x30, &w.root, tsaKey, MakeTsa);
+    w.signerExpiredNow = Make("Tavo Signer", 0x21, &w.ca, leafKey, [](pki::CertSpec &s) {
+        MakeCodeSigner(s);
+        s.not_before = pki::utc(2025, 1, 1);
+        s.not_after = pki::utc(2026, 6, 1);
+    });
+    w.signerNotYet = Make("Tavo Signer", 0x22, &w.ca, leafKey, [](pki::CertSpec &s) {
+        MakeCodeSigner(s);
+        s.not_before = kGenTime + 1;
+    });
+    w.signerExpired = Make("Tavo Signer", 0x23, &w.ca, leafKey, [](pki::CertSpec &s) {
+        MakeCodeSigner(s);
+        s.not_after = kGenTime - 1;
+    });
+    w.signerEkuSecond = Make("Tavo Signer", 0x24, &w.ca, leafKey, [](pki::CertSpec &s) {
+        MakeCodeSigner(s);
+        s.eku = {"serverAuth", "codeSigning"};
+    });
+    w.signerNoDigSig = Make("Tavo Signer", 0x25, &w.ca, leafKey, [](pki::CertSpec &s) {
+        MakeCodeSigner(s);
+        s.key_usage = pki::kNonRepudiation;
+    });
+    w.tsaCodeSigning = Make("Tavo TSA", 0x31, &w.root, tsaKey, MakeCodeSigner);
+    w.otherRoot = Make("Other Root", 1, nullptr, strangerKey, MakeCa);
+    w.lookAlike = Make("Tavo Root", 1, nullptr, strangerKey, MakeCa);
+    w.caNoKu = Make("Tavo Bare CA", 0x40, &w.root, caKey, [](pki::CertSpec &s) { s.ca = true; });
+    w.underNoKu = Make("Tavo Signer", 0x41, &w.caNoKu, leafKey, MakeCodeSigner);
+    return w;
+}
+
+struct TempDir {
+    fs::path path;
+    TempDir() {
+        std::string tmpl = (fs::temp_directory_path() / "cmsv-pki-XXXXXX").string();
+        path = mkdtemp(tmpl.data());
+    }
+    ~TempDir() { fs::remove_all(path); }
+};
+
+// CMSV_PKI_OPENSSL_LOG=file keeps OpenSSL's output for a failing comparison.
+bool Run(const std::string &command) {
+    const char *log = std::getenv("CMSV_PKI_OPENSSL_LOG");
+    const std::string sink =
+        log != nullptr ? " 2>>" + std::string(log) : std::string(" 2>/dev/null");
+    return std::system((command + sink).c_str()) == 0;
+}
+
+}  // namespace
+
+const World &TheWorld() {
+    static const World world = BuildWorld();
+    return world;
+}
+
+Bytes Crl(const Party &issuer, std::vector<pki::Revoked> revoked, bool indirect,
+          std::time_t nextUpdate) {
+    pki::CrlSpec spec;
+    spec.this_update = kGenTime - kDay;
+    spec.next_update = nextUpdate != 0 ? nextUpdate : kGenTime + 30 * kDay;
+    spec.revoked = std::move(revoked);
+    spec.indirect = indirect;
+    return pki::make_crl(spec, issuer.cert, issuer.key);
+}
+
+Bytes Concat(const std::vector<Bytes> &parts) {
+    Bytes out;
+    for (const Bytes &part : parts) {
+        out.insert(out.end(), part.begin(), part.end());
+    }
+    return out;
+}
+
+Scenario::Scenario() {
+    const World &w = TheWorld();
+    signer = &w.signer;
+    tsa = &w.tsa;
+    ts.gen_time = kGenTime;
+    ts.nonce = Bytes{0x5A, 0x17, 0xC3, 0x9E, 0x44, 0x02, 0x7B, 0xE1};
+    trusted = {w.root.der()};
+    crlBundle = {Crl(w.root), Crl(w.ca)};
+    content = Bytes(3000);
+    for (size_t i = 0; i < content.size(); ++i) {
+        content[i] = static_cast<uint8_t>(i * 7 + 1);
+    }
+    sign.embed = std::vector<const pki::Cert *>{&w.signer.cert, &w.ca.cert};
+}
+
+Material Build(const Scenario &s) {
+    pki::SignSpec spec = s.sign;
+    if (spec.embed && !spec.embed->empty() && spec.embed->front() == &TheWorld().signer.cert) {
+        spec.embed->front() = &s.signer->cert;
+    }
+    Material m;
+    m.signature = pki::sign_detached(s.content, s.signer->cert, s.signer->key, spec);
+    if (s.timestamp) {
+        m.token = pki::make_timestamp_token(pki::signature_value(m.signature), s.tsa->cert,
+                                            s.tsa->key, s.ts);
+        m.signature = pki::attach_timestamp(m.signature, m.token);
+    }
+    if (s.tamper) {
+        s.tamper(m.signature);
+        try {
+            m.token = pki::timestamp_of(m.signature).value_or(Bytes{});
+        } catch (const pki::Error &) {
+            m.token.clear();
+        }
+    }
+    return m;
+}
+
+Verdict RunEngine(const Scenario &s, const Material &m, uint32_t chunk) {
+    Bytes crls;  // outlives the context, which points into it
+    for (const Bytes &crl : s.crlBundle) {
+        const Bytes part = s.pemCrls ? Pem(crl, "X509 CRL") : crl;
+        crls.insert(crls.end(), part.begin(), part.end());
+    }
+    CmsvTestContext ctx;
+    EXPECT_TRUE(ctx.ok());
+    Verdict v;
+    const auto step = [&](uint32_t rc) {
+        if (v.status == CMSV_OK) {
+            v.status = rc;
+        }
+        return v.status == CMSV_OK;
+    };
+    for (const Bytes &der : s.trusted) {
+        step(cmsv_verify_add_cert(ctx, der.data(), static_cast<uint32_t>(der.size())));
+    }
+    if (!crls.empty()) {
+        step(cmsv_verify_add_crl(ctx, crls.data(), static_cast<uint32_t>(crls.size())));
+    }
+    if (!step(cmsv_verify_detach_signature_begin(ctx, m.signature.data(),
+                                                 static_cast<uint32_t>(m.signature.size())))) {
+        return v;
+    }
+    for (size_t pos = 0; pos < s.content.size(); pos += chunk) {
+        const auto n = static_cast<uint32_t>(std::min<size_t>(chunk, s.content.size() - pos));
+        if (!step(cmsv_verify_detach_signature_update(ctx, s.content.data() + pos, n))) {
+            return v;
+        }
+    }
+    step(cmsv_verify_detach_signature_final(ctx, &v.result));
+    return v;
+}
+
+bool OpenSslAccepts(const Scenario &s, const Material &m) {
+    TempDir dir;
+    const fs::path &d = dir.path;
+    pki::write_file(d / "sig.der", m.signature);
+    pki::write_file(d / "content.bin", s.content);
+    // Trust anchors and CRLs in one PEM file, as both commands read it.
+    std::ofstream(d / "ca.pem");
+    for (size_t i = 0; i < s.trusted.size(); ++i) {
+        const std::string f = (d / ("trusted" + std::to_string(i) + ".der")).string();
+        pki::write_file(f, s.trusted[i]);
+        Run("openssl x509 -inform DER -in " + f + " >> " + (d / "ca.pem").string());
+    }
+    std::ofstream(d / "untrusted.pem");
+    for (const Bytes &object : pki::split_der(Concat(s.crlBundle))) {
+        const std::string f = (d / "object.der").string();
+        pki::write_file(f, object);
+        // OpenSSL 3.0's cms takes chain certificates only from the message or the trust
+        // store; without partial chains a CA there still needs its root.
+        if (!Run("openssl crl -inform DER -in " + f + " >> " + (d / "ca.pem").string())) {
+            Run("openssl x509 -inform DER -in " + f + " >> " + (d / "untrusted.pem").string());
+            Run("openssl x509 -inform DER -in " + f + " >> " + (d / "ca.pem").string());
+        }
+    }
+    const std::string at = " -attime " + std::to_string(s.ts.gen_time);
+    const bool haveUntrusted = fs::file_size(d / "untrusted.pem") > 0;
+    const std::string untrusted = haveUntrusted ? (d / "untrusted.pem").string() : "";
+    const std::string cms = "openssl cms -verify -binary -inform DER -in " +
+                            (d / "sig.der").string() + " -content " + (d / "content.bin").string() +
+                            " -CAfile " + (d / "ca.pem").string() +
+                            (haveUntrusted ? " -certfile " + untrusted : "") +
+                            " -purpose any -crl_check_all -out /dev/null" + at + " >/dev/null";
+    if (!Run(cms)) {
+        return false;
+    }
+    if (m.token.empty()) {
+        return true;
+    }
+    pki::write_file(d / "token.der", m.token);
+    const auto tokenInfo = pki::describe_token(m.token);
+    const Bytes imprint = pki::digest(tokenInfo.imprint_digest, pki::signature_value(m.signature));
+    return Run("openssl ts -verify -token_in -in " + (d / "token.der").string() + " -digest " +
+               pki::hex(imprint) + " -CAfile " + (d / "ca.pem").string() +
+               (haveUntrusted ? " -untrusted " + untrusted : "") + " -crl_check_all" + at +
+               " >/dev/null");
+}
+
+Bytes Pem(const Bytes &der, const std::string &label) {
+    std::string b64(4 * ((der.size() + 2) / 3) + 1, '\0');
+    const int n = EVP_EncodeBlock(reinterpret_cast<unsigned char *>(b64.data()), der.data(),
+                                  static_cast<int>(der.size()));
+    std::string text = "-----BEGIN " + label + "-----\n";
+    for (int i = 0; i < n; i += 64) {
+        text += b64.substr(static_cast<size_t>(i), 64) + "\n";
+    }
+    text += "-----END " + label + "-----\n";
+    return Bytes(text.begin(), text.end());
+}
+
+void FlipIn(Bytes &der, const Bytes &needle) {
+    const auto it = std::search(der.begin(), der.end(), needle.begin(), needle.end());
+    ASSERT_NE(it, der.end());
+    *(it + static_cast<long>(needle.size()) - 1) ^= 0x01;
+}
+
+}  // namespace pkitest

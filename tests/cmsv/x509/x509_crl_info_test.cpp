@@ -1,0 +1,223 @@
+// CRL file summaries and the "which CRL set is newer" decision, on a root and two
+// subordinate CAs made by OpenSSL.
+#include "x509_test_util.h"
+
+namespace x509test {
+namespace {
+
+enum Who { kRoot, kCa1, kCa2 };
+
+const std::time_t kT1 = pki::utc(2024, 1, 1);
+const std::time_t kT2 = pki::utc(2024, 6, 1);
+const Bytes kCa2Serial{0x12};
+
+struct Pki {
+    Pki() {
+        pki::CertSpec spec;
+        spec.not_before = pki::utc(2020, 1, 1);
+        spec.not_after = pki::utc(2045, 1, 1);
+        spec.ca = true;
+        spec.key_usage = pki::kKeyCertSign | pki::kCrlSign;
+        spec.subject = pki::name({{"O", "tavo"}, {"CN", "root"}});
+        spec.serial = {0x01};
+        certs[kRoot] = pki::issue(spec, RsaKey(2048, kRoot), nullptr, RsaKey(2048, kRoot));
+        spec.subject = pki::name({{"O", "tavo"}, {"CN", "ca1"}});
+        spec.serial = {0x11};
+        certs[kCa1] = pki::issue(spec, RsaKey(2048, kCa1), &certs[kRoot], RsaKey(2048, kRoot));
+        spec.subject = pki::name({{"O", "tavo"}, {"CN", "ca2"}});
+        spec.serial = kCa2Serial;
+        certs[kCa2] = pki::issue(spec, RsaKey(2048, kCa2), &certs[kRoot], RsaKey(2048, kRoot));
+    }
+    pki::Cert certs[3];
+};
+
+const Pki &ThePki() {
+    static const Pki p;
+    return p;
+}
+
+struct CrlOf {
+    Who who;
+    std::time_t thisUpdate;
+    bool revokesCa2 = false;  // only meaningful for the root
+};
+
+// The CRLs in order, then the certificates of the CAs that signed any of them.
+Bytes MakeBundle(const std::vector<CrlOf> &crls, bool withCaCerts = true) {
+    Bytes bundle;
+    bool used[3] = {};
+    for (const CrlOf &c : crls) {
+        pki::CrlSpec spec;
+        spec.this_update = c.thisUpdate;
+        spec.next_update = c.thisUpdate + 365 * 86400;
+        spec.crl_number = static_cast<long>(c.thisUpdate % 100000);
+        if (c.revokesCa2) {
+            spec.revoked.push_back({kCa2Serial, c.thisUpdate - 86400, 1});
+        }
+        if (c.who != kRoot) {
+            spec.revoked.push_back({{0x77}, c.thisUpdate - 86400, 1});  // a leaf of the CA
+        }
+        bundle = Concat({bundle, pki::make_crl(spec, ThePki().certs[c.who], RsaKey(2048, c.who))});
+        used[c.who] = true;
+    }
+    for (Who who : {kCa1, kCa2}) {
+        if (withCaCerts && used[who]) {
+            bundle = Concat({bundle, pki::der(ThePki().certs[who])});
+        }
+    }
+    return bundle;
+}
+
+// A summary list decoded in its own context that trusts the root.
+class Summaries {
+  public:
+    explicit Summaries(const Bytes &bundle) {
+        const Bytes root = pki::der(ThePki().certs[kRoot]);
+        EXPECT_EQ(cmsv_verify_add_cert(ctx_, root.data(), static_cast<uint32_t>(root.size())),
+                  CMSV_OK);
+        ctx_.get()->decodeFlags = 0x5A;
+        status_ =
+            cmsv_decode_crl(ctx_, bundle.data(), static_cast<uint32_t>(bundle.size()), &list_);
+    }
+    ~Summaries() {
+        if (list_ != nullptr) {
+            cmsv_crl_free(ctx_, list_);
+        }
+    }
+    Summaries(const Summaries &) = delete;
+    Summaries &operator=(const Summaries &) = delete;
+
+    uint32_t status() const { return status_; }
+    const CmsvCrlInfoList *get() const { return list_; }
+    CmsvVrfCtx *ctx() const { return ctx_; }
+
+  private:
+    CmsvTestContext ctx_;
+    CmsvCrlInfoList *list_ = nullptr;
+    uint32_t status_ = CMSV_ERR_GENERIC;
+};
+
+TEST(CrlSummary, RootAndCaCrls) {
+    Bytes bundle = MakeBundle({{kRoot, kT1, true}, {kCa1, kT2}});
+    bundle.resize(bundle.size() + 32, 0);  // padding shorter than 33 bytes is tolerated
+    Summaries s(bundle);
+    ASSERT_EQ(s.status(), CMSV_OK) << std::hex << s.status();
+    EXPECT_EQ(s.ctx()->decodeFlags, 0u);
+    const CmsvCrlInfoList &list = *s.get();
+    EXPECT_EQ(list.size, CMSV_CRL_INFO_LIST_SIZE);
+    ASSERT_EQ(list.count, 2u);
+
+    const CmsvCrlInfo &root = *list.items[0];
+    EXPECT_EQ(root.valid, 1u);
+    EXPECT_STREQ(root.issuer, "O=tavo,CN=root");
+    EXPECT_EQ(root.thisUpdate, kT1);
+    EXPECT_EQ(root.nextUpdate, kT1 + 365 * 86400);
+    EXPECT_EQ(Bytes(root.issuerSerial, root.issuerSerial + root.issuerSerialLen), Bytes{0x01});
+    ASSERT_EQ(root.revokedCount, 1u);
+    EXPECT_EQ(Bytes(root.revokedSerials[0].data,
+                    root.revokedSerials[0].data + root.revokedSerials[0].len),
+              kCa2Serial);
+
+    // A subordinate CA's CRL keeps no serials; its signer's serial is recorded.
+    const CmsvCrlInfo &ca = *list.items[1];
+    EXPECT_EQ(ca.valid, 1u);
+    EXPECT_STREQ(ca.issuer, "O=tavo,CN=ca1");
+    EXPECT_EQ(ca.thisUpdate, kT2);
+    EXPECT_EQ(Bytes(ca.issuerSerial, ca.issuerSerial + ca.issuerSerialLen), Bytes{0x11});
+    EXPECT_EQ(ca.revokedCount, 0u);
+}
+
+struct BundleErrorCase {
+    const char *what;
+    Bytes bundle;
+    uint32_t status;
+};
+
+std::vector<BundleErrorCase> BundleErrorCases() {
+    std::vector<CrlOf> seventeen;
+    for (int i = 0; i < 17; i++) {
+        seventeen.push_back({kRoot, kT1 + i});
+    }
+    return {
+        {"seventeen_crls", MakeBundle(seventeen), CMSV_ERR_CRL_TOO_MANY},
+        {"certificate_only", pki::der(ThePki().certs[kCa1]), CMSV_ERR_CRL_BUNDLE},
+        {"padding_of_33", Concat({MakeBundle({{kRoot, kT1}}), Bytes(33, 0)}), CMSV_ERR_CRL_BUNDLE},
+    };
+}
+
+class CrlSummaryErrors : public ::testing::TestWithParam<BundleErrorCase> {};
+
+TEST_P(CrlSummaryErrors, NoList) {
+    Summaries s(GetParam().bundle);
+    EXPECT_EQ(s.status(), GetParam().status);
+    EXPECT_EQ(s.get(), nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(Crls, CrlSummaryErrors, ::testing::ValuesIn(BundleErrorCases()),
+                         [](const auto &p) { return std::string(p.param.what); });
+
+struct CompareCase {
+    const char *what;
+    std::vector<CrlOf> a;
+    std::vector<CrlOf> b;
+    uint32_t status;
+    uint32_t result;
+};
+
+const CompareCase kCompareCases[] = {
+    {"same", {{kRoot, kT1}, {kCa1, kT1}}, {{kRoot, kT1}, {kCa1, kT1}}, CMSV_OK, 0},
+    {"b_newer", {{kRoot, kT1}, {kCa1, kT1}}, {{kRoot, kT2}, {kCa1, kT2}}, CMSV_OK, 2},
+    // One newer, the other unchanged.
+    {"a_newer", {{kRoot, kT2}, {kCa1, kT1}}, {{kRoot, kT1}, {kCa1, kT1}}, CMSV_OK, 1},
+    {"mixed", {{kRoot, kT2}, {kCa1, kT1}}, {{kRoot, kT1}, {kCa1, kT2}}, CMSV_OK, 3},
+    // No vote: the set with an extra CA is newer.
+    {"more_issuers",
+     {{kRoot, kT1}, {kCa1, kT1}, {kCa2, kT1}},
+     {{kRoot, kT1}, {kCa1, kT1}},
+     CMSV_OK,
+     1},
+    {"duplicate_issuer", {{kRoot, kT1}, {kRoot, kT2}}, {{kRoot, kT1}}, CMSV_ERR_CRL_SAME_ISSUER, 3},
+    // ca2 dropped out of the newer set because the newer root CRL revokes it.
+    {"dropped_ca_revoked",
+     {{kRoot, kT1}, {kCa1, kT1}, {kCa2, kT1}},
+     {{kRoot, kT2, true}, {kCa1, kT2}},
+     CMSV_OK,
+     2},
+    // ca2 dropped out without being revoked.
+    {"dropped_ca_not_revoked",
+     {{kRoot, kT1}, {kCa1, kT1}, {kCa2, kT1}},
+     {{kRoot, kT2}, {kCa1, kT2}},
+     CMSV_ERR_CRL_COVERAGE,
+     3},
+};
+
+class CrlCompare : public ::testing::TestWithParam<CompareCase> {};
+
+TEST_P(CrlCompare, Result) {
+    Summaries a(MakeBundle(GetParam().a));
+    Summaries b(MakeBundle(GetParam().b));
+    ASSERT_EQ(a.status(), CMSV_OK) << std::hex << a.status();
+    ASSERT_EQ(b.status(), CMSV_OK) << std::hex << b.status();
+    uint32_t result = 99;
+    EXPECT_EQ(cmsv_crl_compare(a.ctx(), a.get(), b.get(), &result), GetParam().status);
+    EXPECT_EQ(result, GetParam().result);
+}
+
+INSTANTIATE_TEST_SUITE_P(Crls, CrlCompare, ::testing::ValuesIn(kCompareCases),
+                         [](const auto &p) { return std::string(p.param.what); });
+
+TEST(CrlCompareErrors, UnverifiedSummaryCannotBeOrdered) {
+    // ca1's CRL without ca1's certificate: nobody in the store signed it.
+    Summaries unverified(MakeBundle({{kCa1, kT1}}, false));
+    Summaries good(MakeBundle({{kCa1, kT1}}));
+    ASSERT_EQ(unverified.status(), CMSV_OK);
+    ASSERT_EQ(unverified.get()->count, 1u);
+    EXPECT_EQ(unverified.get()->items[0]->valid, 0u);
+    uint32_t result = 0;
+    EXPECT_EQ(cmsv_crl_compare(good.ctx(), good.get(), unverified.get(), &result),
+              CMSV_ERR_CRL_UNVERIFIED);
+    EXPECT_EQ(result, 3u);
+}
+
+}  // namespace
+}  // namespace x509test
