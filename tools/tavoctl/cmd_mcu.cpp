@@ -13,7 +13,9 @@
 #include <string>
 #include <vector>
 
+#include "audit.h"
 #include "commands.h"
+#include "package.h"
 #include "tavo/tavo_drv_api.h"
 #include "tavo/tavo_mcu.h"
 #include "topology.h"
@@ -26,6 +28,8 @@ struct McuArgs {
     std::string file;
     std::string log_type;
     uint32_t control = 1;
+    bool dry_run = false;
+    bool unsigned_image = false;
     bool switch_area = false;
     CLI::App *info = nullptr;
     CLI::App *upgrade = nullptr;
@@ -193,31 +197,97 @@ int mcu_info(const Options &options, uint32_t card) {
     return all_read ? 0 : kExitFailure;
 }
 
-int mcu_upgrade(uint32_t card) {
-    int ret = tavo_mcu_upgrade_transfile(card, mcu_args().file.c_str());
-    if (ret != 0) {
-        return fail("tavo_mcu_upgrade_transfile", ret);
+// The image to send: the payload of a package the library accepted, or, only when
+// the operator asked for it by name, the unsigned file itself.
+std::optional<std::string> image_to_send(uint32_t card, const PrivateCopy &copy) {
+    const McuArgs &args = mcu_args();
+    if (args.unsigned_image) {
+        std::fprintf(stderr,
+                     "tavoctl: warning: sending %s WITHOUT signature verification "
+                     "(--unsigned-image)\n",
+                     args.file.c_str());
+        audit("mcu upgrade", "card " + std::to_string(card) + ": unsigned image " + args.file +
+                                 " accepted without verification");
+        return copy.file();
     }
-    ret = tavo_mcu_upgrade_control(card, mcu_args().control);
-    if (ret != 0) {
-        return fail("tavo_mcu_upgrade_control", ret);
+    Verdict verdict = verify_package(copy.file());
+    audit("mcu upgrade",
+          "card " + std::to_string(card) + ": package " + args.file + " " + describe(verdict));
+    std::printf("package %s: %s\n", args.file.c_str(), describe(verdict).c_str());
+    if (!verdict.accepted) {
+        std::fprintf(stderr, "tavoctl: nothing was sent to card %u\n", card);
+        return std::nullopt;
     }
-    // The status bytes belong to the MCU firmware: read until they settle.
+    std::string payload = copy.directory() + "/payload";
+    std::string error;
+    if (!extract_payload(copy.file(), payload, error)) {
+        std::fprintf(stderr, "tavoctl: %s\n", error.c_str());
+        return std::nullopt;
+    }
+    return payload;
+}
+
+// The status bytes belong to the MCU firmware: read until they settle.
+int settled_upgrade_status(uint32_t card, std::array<uint8_t, 2> &status) {
     std::optional<std::array<uint8_t, 2>> last;
     for (int poll = 0; poll < kStatusPolls; ++poll) {
-        std::array<uint8_t, 2> status{};
-        ret = tavo_mcu_get_upgrade_statues(card, &status[0], &status[1]);
+        std::array<uint8_t, 2> now{};
+        int ret = tavo_mcu_get_upgrade_statues(card, &now[0], &now[1]);
         if (ret != 0) {
-            return fail("tavo_mcu_get_upgrade_statues", ret);
+            return ret;
         }
-        if (last == status) {
+        if (last == now) {
             break;
         }
-        last = status;
+        last = now;
         usleep(kStatusPollPauseUs);
     }
-    std::printf("upgrade status: %u %u\n", static_cast<unsigned>((*last)[0]),
-                static_cast<unsigned>((*last)[1]));
+    status = *last;
+    return 0;
+}
+
+int mcu_upgrade(uint32_t card) {
+    const McuArgs &args = mcu_args();
+    PrivateCopy copy(args.file);
+    if (!copy.ok()) {
+        std::fprintf(stderr, "tavoctl: %s\n", copy.error().c_str());
+        return kExitFailure;
+    }
+    std::optional<std::string> image = image_to_send(card, copy);
+    if (!image) {
+        return kExitFailure;
+    }
+    if (args.dry_run) {
+        std::printf(
+            "dry run: would send the payload to the MCU of card %u and start the "
+            "upgrade with control %u\n",
+            card, args.control);
+        return 0;
+    }
+    int ret = tavo_mcu_upgrade_transfile(card, image->c_str());
+    std::fflush(stdout);
+    if (ret != 0) {
+        audit("mcu upgrade", "card " + std::to_string(card) + ": transfer failed");
+        return fail("tavo_mcu_upgrade_transfile", ret);
+    }
+    audit("mcu upgrade", "card " + std::to_string(card) + ": image sent");
+    std::printf("\nimage sent to the MCU of card %u\n", card);
+    ret = tavo_mcu_upgrade_control(card, args.control);
+    if (ret != 0) {
+        audit("mcu upgrade", "card " + std::to_string(card) + ": start failed");
+        return fail("tavo_mcu_upgrade_control", ret);
+    }
+    audit("mcu upgrade", "card " + std::to_string(card) + ": upgrade started, control " +
+                             std::to_string(args.control));
+    std::array<uint8_t, 2> status{};
+    ret = settled_upgrade_status(card, status);
+    if (ret != 0) {
+        return fail("tavo_mcu_get_upgrade_statues", ret);
+    }
+    audit("mcu upgrade", "card " + std::to_string(card) + ": status " + std::to_string(status[0]) +
+                             " " + std::to_string(status[1]));
+    std::printf("upgrade started; status: %u %u\n", static_cast<unsigned>(status[0]),
+                static_cast<unsigned>(status[1]));
     return 0;
 }
 
@@ -328,9 +398,14 @@ CLI::App *add_mcu_command(CLI::App &app, Options &options) {
     mcu->require_subcommand(1);
     args.info = mcu->add_subcommand("info", "every item the MCU reports");
     args.info->add_option("CARD", args.card, "card id (default: the first card with an MCU)");
-    args.upgrade = mcu->add_subcommand("upgrade", "send a firmware image and start the upgrade");
+    args.upgrade = mcu->add_subcommand(
+        "upgrade", "verify an upgrade package, send its firmware and start the upgrade");
     add_card_option(args.upgrade);
-    args.upgrade->add_option("FILE", args.file, "firmware image")->required();
+    args.upgrade->add_option("PACKAGE", args.file, "signed upgrade package")->required();
+    args.upgrade->add_flag("--dry-run", args.dry_run,
+                           "verify the package and say what would be done, send nothing");
+    args.upgrade->add_flag("--unsigned-image", args.unsigned_image,
+                           "send PACKAGE as a raw image without any signature check");
     args.upgrade->add_option("--control", args.control,
                              "upgrade control value sent after the "
                              "image (default 1)");

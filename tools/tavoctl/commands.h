@@ -41,4 +41,8 @@ int run_mcu(const Options &options);
 std::vector<CLI::App *> add_control_commands(CLI::App &app, Options &options);
 int run_control(const Options &options);
 
+// Adds "verify PACKAGE"; run_verify checks the package given.
+CLI::App *add_verify_command(CLI::App &app, Options &options);
+int run_verify(const Options &options);
+
 }  // namespace tavoctl

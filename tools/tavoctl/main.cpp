@@ -17,6 +17,7 @@ int main(int argc, char **argv) {
     }
     auto *label = tavoctl::add_label_command(app, options);
     auto *mcu = tavoctl::add_mcu_command(app, options);
+    auto *verify = tavoctl::add_verify_command(app, options);
 
     std::vector<CLI::App *> control = tavoctl::add_control_commands(app, options);
 
@@ -40,6 +41,9 @@ int main(int argc, char **argv) {
     }
     if (label->parsed()) {
         return tavoctl::run_label(options);
+    }
+    if (verify->parsed()) {
+        return tavoctl::run_verify(options);
     }
     if (mcu->parsed()) {
         return tavoctl::run_mcu(options);
