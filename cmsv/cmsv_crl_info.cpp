@@ -1,34 +1,9 @@
 // CRL summaries: what an application needs to decide whether one CRL file is newer
 // than another, and that decision.
 #include "cmsv/cmsv_bundle.h"
+#include "cmsv/cmsv_owned.h"
 
 namespace {
-
-void FreeCertItem(CmsvVrfCtx *ctx, void *item) {
-    cmsv_x509_free_cert(ctx, static_cast<CmsvCert *>(item));
-}
-
-void FreeCrlItem(CmsvVrfCtx *ctx, void *item) {
-    cmsv_x509_free_crl(ctx, static_cast<CmsvCrl *>(item));
-}
-
-// The certificates and CRLs of one bundle, each list holding one reference per item.
-class BundleLists {
-  public:
-    explicit BundleLists(CmsvVrfCtx *ctx) : ctx_(ctx) {}
-    ~BundleLists() {
-        cmsv_list_free(ctx_, &certs, FreeCertItem);
-        cmsv_list_free(ctx_, &crls, FreeCrlItem);
-    }
-    BundleLists(const BundleLists &) = delete;
-    BundleLists &operator=(const BundleLists &) = delete;
-
-    CmsvList certs = {};
-    CmsvList crls = {};
-
-  private:
-    CmsvVrfCtx *ctx_;
-};
 
 void FreeInfo(CmsvVrfCtx *ctx, CmsvCrlInfo *info) {
     if (info != nullptr) {
@@ -37,68 +12,13 @@ void FreeInfo(CmsvVrfCtx *ctx, CmsvCrlInfo *info) {
     }
 }
 
-// Owns one summary until it is complete and handed to the list.
-class InfoHolder {
-  public:
-    explicit InfoHolder(CmsvVrfCtx *ctx) : ctx_(ctx) {}
-    ~InfoHolder() { FreeInfo(ctx_, info_); }
-    InfoHolder(const InfoHolder &) = delete;
-    InfoHolder &operator=(const InfoHolder &) = delete;
-
-    [[nodiscard]] uint32_t Allocate() {
-        void *block = nullptr;
-        const uint32_t status = cmsv_malloc_with0(ctx_, &block, sizeof(CmsvCrlInfo));
-        info_ = static_cast<CmsvCrlInfo *>(block);
-        return status;
-    }
-    CmsvCrlInfo *get() const { return info_; }
-    CmsvCrlInfo *Release() {
-        CmsvCrlInfo *info = info_;
-        info_ = nullptr;
-        return info;
-    }
-
-  private:
-    CmsvVrfCtx *ctx_;
-    CmsvCrlInfo *info_ = nullptr;
-};
-
-// Owns the summary list until it is returned.
-class InfoListHolder {
-  public:
-    explicit InfoListHolder(CmsvVrfCtx *ctx) : ctx_(ctx) {}
-    ~InfoListHolder() {
-        if (list_ != nullptr) {
-            (void)cmsv_crl_free(ctx_, list_);
-        }
-    }
-    InfoListHolder(const InfoListHolder &) = delete;
-    InfoListHolder &operator=(const InfoListHolder &) = delete;
-
-    [[nodiscard]] uint32_t Allocate() {
-        void *block = nullptr;
-        const uint32_t status = cmsv_malloc_with0(ctx_, &block, sizeof(CmsvCrlInfoList));
-        list_ = static_cast<CmsvCrlInfoList *>(block);
-        if (status == CMSV_OK) {
-            list_->size = CMSV_CRL_INFO_LIST_SIZE;
-        }
-        return status;
-    }
-    CmsvCrlInfoList *operator->() const { return list_; }
-    CmsvCrlInfoList *Release() {
-        CmsvCrlInfoList *list = list_;
-        list_ = nullptr;
-        return list;
-    }
-
-  private:
-    CmsvVrfCtx *ctx_;
-    CmsvCrlInfoList *list_ = nullptr;
-};
+// A summary under construction, and the list of summaries until it is returned.
+using OwnedInfo = CmsvOwned<CmsvCrlInfo, FreeInfo>;
+using OwnedInfoList = CmsvOwned<CmsvCrlInfoList, cmsv_crl_free>;
 
 // Adds the bundle's CRLs, then its certificates that are not self-signed, to the
 // store. Objects the store already holds are not an error.
-[[nodiscard]] uint32_t AddToStore(CmsvVrfCtx *ctx, const BundleLists &lists) {
+[[nodiscard]] uint32_t AddToStore(CmsvVrfCtx *ctx, const CmsvBundleLists &lists) {
     for (int32_t i = 0; i < lists.crls.count; i++) {
         const uint32_t status =
             cmsv_pki_store_add_crl(ctx, static_cast<CmsvCrl *>(lists.crls.items[i]));
@@ -306,7 +226,7 @@ TAVO_API uint32_t cmsv_decode_crl(CmsvVrfCtx *ctx, const uint8_t *data, uint32_t
         return CMSV_ERR_PARAM;
     }
     *out = nullptr;
-    BundleLists lists(ctx);
+    CmsvBundleLists lists(ctx);
     uint32_t status = cmsv_decode_bundle(ctx, data, len, &lists.certs, &lists.crls);
     if (status == CMSV_ERR_LIST_FULL && lists.crls.count == CMSV_LIST_CAPACITY) {
         return CMSV_ERR_CRL_TOO_MANY;
@@ -318,13 +238,14 @@ TAVO_API uint32_t cmsv_decode_crl(CmsvVrfCtx *ctx, const uint8_t *data, uint32_t
         return CMSV_ERR_CRL_BUNDLE;
     }
 
-    InfoListHolder list(ctx);
-    if (list.Allocate() != CMSV_OK) {
+    OwnedInfoList list(ctx);
+    if (list.allocate_zeroed() != CMSV_OK) {
         return CMSV_ERR_CRL_BUNDLE;
     }
+    list->size = CMSV_CRL_INFO_LIST_SIZE;
     for (int32_t i = 0; i < lists.crls.count; i++) {
-        InfoHolder info(ctx);
-        if (info.Allocate() != CMSV_OK) {
+        OwnedInfo info(ctx);
+        if (info.allocate_zeroed() != CMSV_OK) {
             continue;
         }
         const CmsvCrl &crl = *static_cast<const CmsvCrl *>(lists.crls.items[i]);
@@ -332,9 +253,9 @@ TAVO_API uint32_t cmsv_decode_crl(CmsvVrfCtx *ctx, const uint8_t *data, uint32_t
         if (status != CMSV_OK) {
             continue;
         }
-        list->items[list->count++] = info.Release();
+        list->items[list->count++] = info.release();
     }
-    *out = list.Release();
+    *out = list.release();
     return CMSV_OK;
 }
 

@@ -5,6 +5,7 @@
 // pending check over the content: a digest to compare with the signed messageDigest,
 // or, without signed attributes, an RSA verification fed by the content itself.
 // update streams the content into every item; final settles them.
+#include "cmsv/cmsv_owned.h"
 #include "cmsv/cmsv_pki.h"
 #include "cmsv/cmsv_signer_work.h"
 #include "tavo/cmsv.h"
@@ -14,96 +15,20 @@ namespace {
 constexpr uint32_t kUniversal = 0;
 constexpr uint32_t kTagOctetString = 4;
 
-// Owns a decoded SignedData for the length of a scope.
-class SignedDataHolder {
-  public:
-    explicit SignedDataHolder(CmsvVrfCtx *ctx) : ctx_(ctx) {}
-    ~SignedDataHolder() { cmsv_pkcs7_free_signed(ctx_, data_); }
-    SignedDataHolder(const SignedDataHolder &) = delete;
-    SignedDataHolder &operator=(const SignedDataHolder &) = delete;
-    CmsvSignedData **out() { return &data_; }
-    CmsvSignedData *get() const { return data_; }
-
-  private:
-    CmsvVrfCtx *ctx_;
-    CmsvSignedData *data_ = nullptr;
-};
-
-// Owns a record made by cmsv_asn_decode.
-template <typename T>
-class AsnHolder {
-  public:
-    explicit AsnHolder(CmsvVrfCtx *ctx) : ctx_(ctx) {}
-    ~AsnHolder() { cmsv_asn_free(ctx_, record_); }
-    AsnHolder(const AsnHolder &) = delete;
-    AsnHolder &operator=(const AsnHolder &) = delete;
-    void **out() { return &record_; }
-    T *get() const { return static_cast<T *>(record_); }
-
-  private:
-    CmsvVrfCtx *ctx_;
-    void *record_ = nullptr;
-};
-
-// A handle from the provider, destroyed on scope exit unless released.
-class HandleHolder {
-  public:
-    using Destroy = void (*)(CmsvVrfCtx *, void *);
-    HandleHolder(CmsvVrfCtx *ctx, Destroy destroy) : ctx_(ctx), destroy_(destroy) {}
-    ~HandleHolder() {
-        if (handle_ != nullptr) {
-            destroy_(ctx_, handle_);
-        }
-    }
-    HandleHolder(const HandleHolder &) = delete;
-    HandleHolder &operator=(const HandleHolder &) = delete;
-    void **out() { return &handle_; }
-    void *get() const { return handle_; }
-    void *release() {
-        void *handle = handle_;
-        handle_ = nullptr;
-        return handle;
-    }
-
-  private:
-    CmsvVrfCtx *ctx_;
-    Destroy destroy_;
-    void *handle_ = nullptr;
-};
-
+// A decoded SignedData, owned for the length of a scope.
+using OwnedSignedData = CmsvOwned<CmsvSignedData, cmsv_pkcs7_free_signed>;
+// A record made by cmsv_asn_decode.
+using OwnedAsnRecord = CmsvOwned<void, cmsv_asn_free>;
 // A work item under construction; freed unless handed to the context's list.
-class WorkHolder {
-  public:
-    explicit WorkHolder(CmsvVrfCtx *ctx) : ctx_(ctx) {}
-    ~WorkHolder() { cmsv_signer_work_release(ctx_, work_); }
-    WorkHolder(const WorkHolder &) = delete;
-    WorkHolder &operator=(const WorkHolder &) = delete;
-    uint32_t allocate() {
-        void *block = nullptr;
-        const uint32_t rc = cmsv_malloc_with0(ctx_, &block, sizeof(CmsvSignerWork));
-        work_ = static_cast<CmsvSignerWork *>(block);
-        return rc;
-    }
-    CmsvSignerWork *operator->() const { return work_; }
-    // Appends the item to the context's list, which then owns it.
-    uint32_t commit() {
-        const uint32_t rc = cmsv_list_add(&ctx_->signerWork, work_);
-        if (rc == CMSV_OK) {
-            work_ = nullptr;
-        }
-        return rc;
-    }
+using OwnedWork = CmsvOwned<CmsvSignerWork, cmsv_signer_work_release>;
 
-  private:
-    CmsvVrfCtx *ctx_;
-    CmsvSignerWork *work_ = nullptr;
-};
-
-void destroy_md(CmsvVrfCtx *ctx, void *md) {
-    cmsv_md_ctx_destory(ctx, md);
-}
-void destroy_vrf(CmsvVrfCtx *ctx, void *vrf) {
-    cmsv_verify_ctx_destory(ctx, vrf);
+// Appends the item to the context's list, which then owns it.
+uint32_t hand_to_context(CmsvVrfCtx *ctx, OwnedWork &work) {
+    const uint32_t rc = cmsv_list_add(&ctx->signerWork, work.get());
+    if (rc == CMSV_OK) {
+        work.release();
+    }
+    return rc;
 }
 
 bool same_bytes(CmsvVrfCtx *ctx, const uint8_t *a, uint32_t aLen, const uint8_t *b, uint32_t bLen) {
@@ -116,7 +41,7 @@ bool has_signed_attrs(const CmsvSignerInfo &signer) {
 
 uint32_t digest_bytes(CmsvVrfCtx *ctx, uint32_t hashId, const uint8_t *data, uint32_t len,
                       uint8_t (&digest)[CMSV_DIGEST_MAX], uint32_t *digestLen) {
-    HandleHolder md(ctx, destroy_md);
+    CmsvDigestHandle md(ctx);
     uint32_t rc = cmsv_md_ctx_create(ctx, md.out());
     if (rc == CMSV_OK) {
         rc = cmsv_md_init(ctx, md.get(), hashId);
@@ -131,7 +56,8 @@ uint32_t digest_bytes(CmsvVrfCtx *ctx, uint32_t hashId, const uint8_t *data, uin
 }
 
 // A verify handle initialised with cert's public key.
-uint32_t open_verifier(CmsvVrfCtx *ctx, const CmsvCert *cert, uint32_t hashId, HandleHolder &vrf) {
+uint32_t open_verifier(CmsvVrfCtx *ctx, const CmsvCert *cert, uint32_t hashId,
+                       CmsvVerifyHandle &vrf) {
     CmsvKeyPart e{};
     CmsvKeyPart n{};
     uint32_t rc = cmsv_x509_extract_public_key(ctx, cert, &e, &n);
@@ -156,7 +82,7 @@ uint32_t verify_signed_attrs(CmsvVrfCtx *ctx, const CmsvCert *cert, const CmsvSi
         return CMSV_ERR_SIGNED_ATTRS;
     }
     const auto first = static_cast<uint8_t>(raw.cls * 64 | raw.constructed * 32 | raw.tag);
-    HandleHolder vrf(ctx, destroy_vrf);
+    CmsvVerifyHandle vrf(ctx);
     uint32_t rc = open_verifier(ctx, cert, hashId, vrf);
     if (rc == CMSV_OK) {
         rc = cmsv_verify_update(ctx, vrf.get(), &first, 1);
@@ -198,7 +124,7 @@ uint32_t verify_token_signer(CmsvVrfCtx *ctx, const CmsvCert *tsa, const CmsvSig
     if (hashId == AOID_UNKNOWN) {
         return CMSV_ERR_DIGEST_UNSUPPORTED;
     }
-    HandleHolder vrf(ctx, destroy_vrf);
+    CmsvVerifyHandle vrf(ctx);
     uint32_t rc = open_verifier(ctx, tsa, hashId, vrf);
     if (rc == CMSV_OK) {
         rc = cmsv_verify_update(ctx, vrf.get(), tst, tstLen);
@@ -226,9 +152,7 @@ uint32_t store_embedded_certs(CmsvVrfCtx *ctx, CmsvSignedData *signedData) {
             }
         }
     }
-    cmsv_list_free(ctx, &signedData->certs, [](CmsvVrfCtx *c, void *item) {
-        cmsv_x509_free_cert(c, static_cast<CmsvCert *>(item));
-    });
+    cmsv_list_free(ctx, &signedData->certs, cmsv_release_cert_item);
     return rc;
 }
 
@@ -239,7 +163,7 @@ uint32_t check_timestamp(CmsvVrfCtx *ctx, const CmsvSignerInfo &signer) {
     if (token.len == 0 || token.data == nullptr) {
         return CMSV_ERR_PARAM;
     }
-    SignedDataHolder tokenData(ctx);
+    OwnedSignedData tokenData(ctx);
     uint32_t consumed = 0;
     uint32_t rc = cmsv_pkcs7_decode_signed(ctx, token.data, token.len, tokenData.out(), &consumed);
     if (rc != CMSV_OK) {
@@ -253,14 +177,15 @@ uint32_t check_timestamp(CmsvVrfCtx *ctx, const CmsvSignerInfo &signer) {
     }
     const uint8_t *tst = content.data;
     const uint32_t tstLen = content.len;
-    AsnHolder<CmsvTstInfo> tstInfo(ctx);
-    if (cmsv_asn_decode(ctx, tst, tstLen, &CMSV_TST_INFO_item, 0, tstInfo.out(), &consumed) !=
+    OwnedAsnRecord tstRecord(ctx);
+    if (cmsv_asn_decode(ctx, tst, tstLen, &CMSV_TST_INFO_item, 0, tstRecord.out(), &consumed) !=
         CMSV_OK) {
         return CMSV_ERR_PKCS7_DECODE;
     }
+    const CmsvTstInfo &tstInfo = *static_cast<const CmsvTstInfo *>(tstRecord.get());
 
     // The token must stamp this very signature value.
-    const CmsvMessageImprint &imprint = tstInfo.get()->messageImprint;
+    const CmsvMessageImprint &imprint = tstInfo.messageImprint;
     const uint32_t imprintHash = cmsv_get_hash_aoid_from_sign(ctx, &imprint.hashAlgorithm);
     if (imprintHash == AOID_UNKNOWN) {
         return CMSV_ERR_TST_HASH;
@@ -277,7 +202,7 @@ uint32_t check_timestamp(CmsvVrfCtx *ctx, const CmsvSignerInfo &signer) {
         return CMSV_ERR_TST_IMPRINT;
     }
     int64_t genTime = 0;
-    rc = cmsv_convert_datetime_to_time(&tstInfo.get()->genTime, &genTime);
+    rc = cmsv_convert_datetime_to_time(&tstInfo.genTime, &genTime);
     if (rc != CMSV_OK) {
         return rc;
     }
@@ -337,8 +262,8 @@ uint32_t add_digest_work(CmsvVrfCtx *ctx, const CmsvSignerInfo &signer) {
                    ? CMSV_OK
                    : CMSV_ERR_DIGEST_CONFLICT;
     }
-    WorkHolder work(ctx);
-    uint32_t rc = work.allocate();
+    OwnedWork work(ctx);
+    uint32_t rc = work.allocate_zeroed();
     if (rc == CMSV_OK) {
         work->hashId = hashId;
         rc = cmsv_memcpy_s(ctx, work->expectedDigest, sizeof(work->expectedDigest), expected.data,
@@ -351,7 +276,7 @@ uint32_t add_digest_work(CmsvVrfCtx *ctx, const CmsvSignerInfo &signer) {
     if (rc == CMSV_OK) {
         rc = cmsv_md_init(ctx, work->md, hashId);
     }
-    return rc == CMSV_OK ? work.commit() : rc;
+    return rc == CMSV_OK ? hand_to_context(ctx, work) : rc;
 }
 
 // No signed attributes: the signature covers the content itself.
@@ -363,13 +288,13 @@ uint32_t add_signature_work(CmsvVrfCtx *ctx, const CmsvCert *cert, const CmsvSig
     if (signer.encryptedDigest.len > CMSV_SIGNATURE_MAX) {
         return CMSV_ERR_SIGNATURE_TOO_LONG;
     }
-    WorkHolder work(ctx);
-    uint32_t rc = work.allocate();
+    OwnedWork work(ctx);
+    uint32_t rc = work.allocate_zeroed();
     if (rc != CMSV_OK) {
         return rc;
     }
     work->hashId = hashId;
-    HandleHolder vrf(ctx, destroy_vrf);
+    CmsvVerifyHandle vrf(ctx);
     rc = open_verifier(ctx, cert, hashId, vrf);
     if (rc != CMSV_OK) {
         return rc;
@@ -378,7 +303,7 @@ uint32_t add_signature_work(CmsvVrfCtx *ctx, const CmsvCert *cert, const CmsvSig
     rc = cmsv_memcpy_s(ctx, work->signature, sizeof(work->signature), signer.encryptedDigest.data,
                        signer.encryptedDigest.len);
     work->signatureLen = signer.encryptedDigest.len;
-    return rc == CMSV_OK ? work.commit() : rc;
+    return rc == CMSV_OK ? hand_to_context(ctx, work) : rc;
 }
 
 uint32_t process_signer(CmsvVrfCtx *ctx, const CmsvSignerInfo &signer) {
@@ -409,7 +334,7 @@ TAVO_API uint32_t cmsv_verify_detach_signature_begin(CmsvVrfCtx *ctx, const uint
     if (ctx == nullptr || sig == nullptr || len == 0) {
         return CMSV_ERR_PARAM;
     }
-    SignedDataHolder signedData(ctx);
+    OwnedSignedData signedData(ctx);
     uint32_t consumed = 0;
     uint32_t rc = cmsv_pkcs7_decode_signed(ctx, sig, len, signedData.out(), &consumed);
     if (rc != CMSV_OK) {

@@ -3,6 +3,7 @@
 //   Name ::= SEQUENCE OF RelativeDistinguishedName
 //   RelativeDistinguishedName ::= SET OF AttributeTypeAndValue
 //   AttributeTypeAndValue ::= SEQUENCE { type OBJECT IDENTIFIER, value ANY }
+#include "cmsv/cmsv_owned.h"
 #include "tavo/cmsv.h"
 
 namespace {
@@ -36,32 +37,6 @@ const char *PrefixFor(uint32_t id) {
     }
     return kOtherPrefix;
 }
-
-// Frees the readable name unless it is handed to the caller.
-class NameBuffer {
-  public:
-    explicit NameBuffer(CmsvVrfCtx *ctx) : ctx_(ctx) {}
-    ~NameBuffer() { cmsv_free(ctx_, text_); }
-    NameBuffer(const NameBuffer &) = delete;
-    NameBuffer &operator=(const NameBuffer &) = delete;
-
-    [[nodiscard]] uint32_t Allocate() {
-        void *block = nullptr;
-        const uint32_t status = cmsv_malloc_with0(ctx_, &block, CMSV_CRL_ISSUER_MAX);
-        text_ = static_cast<char *>(block);
-        return status;
-    }
-    char *get() const { return text_; }
-    char *Release() {
-        char *text = text_;
-        text_ = nullptr;
-        return text;
-    }
-
-  private:
-    CmsvVrfCtx *ctx_;
-    char *text_ = nullptr;
-};
 
 // Writes "prefix" + value into `component` (kComponentMax bytes, zero-filled). A value
 // that does not fit beside the prefix is dropped; a full buffer loses its last
@@ -120,8 +95,9 @@ TAVO_API uint32_t cmsv_convert_from_x509_name(CmsvVrfCtx *ctx, const CmsvX509Nam
     if (ctx == nullptr || name == nullptr || out == nullptr || len == nullptr) {
         return CMSV_ERR_PARAM;
     }
-    NameBuffer text(ctx);
-    uint32_t status = text.Allocate();
+    // Freed unless it is handed to the caller.
+    CmsvOwned<char, cmsv_free> text(ctx);
+    uint32_t status = text.allocate_zeroed(CMSV_CRL_ISSUER_MAX);
     if (status != CMSV_OK) {
         return status;
     }
@@ -157,7 +133,7 @@ TAVO_API uint32_t cmsv_convert_from_x509_name(CmsvVrfCtx *ctx, const CmsvX509Nam
         }
     }
     *len = used;
-    *out = text.Release();
+    *out = text.release();
     return CMSV_OK;
 }
 

@@ -4,16 +4,13 @@
 //   SignedData  ::= SEQUENCE { version, digestAlgorithms SET, encapContentInfo,
 //                              certificates [0] IMPLICIT (at most 2) OPTIONAL,
 //                              crls [1] OPTIONAL, signerInfos SET (at most 1) }
+#include "cmsv/cmsv_owned.h"
 #include "tavo/cmsv.h"
 
 namespace {
 
 constexpr uint32_t kUniversal = 0;
 constexpr uint32_t kTagSequence = 16;
-
-void release_cert(CmsvVrfCtx *ctx, void *item) {
-    cmsv_x509_free_cert(ctx, static_cast<CmsvCert *>(item));
-}
 
 uint32_t decode_embedded_certs(CmsvVrfCtx *ctx, CmsvSignedData *signedData) {
     const CmsvCertificateSet &set = signedData->signedData.certificates;
@@ -65,6 +62,6 @@ TAVO_API void cmsv_pkcs7_free_signed(CmsvVrfCtx *ctx, CmsvSignedData *signedData
     if (signedData == nullptr) {
         return;
     }
-    cmsv_list_free(ctx, &signedData->certs, release_cert);
+    cmsv_list_free(ctx, &signedData->certs, cmsv_release_cert_item);
     cmsv_asn_free(ctx, signedData);
 }

@@ -1,17 +1,10 @@
 // The trust store of a verify context: certificates and CRLs, one reference each.
 #include "cmsv/cmsv_bundle.h"
+#include "cmsv/cmsv_owned.h"
 #include "cmsv/cmsv_pki.h"
 #include "tavo/cmsv.h"
 
 namespace {
-
-void release_cert(CmsvVrfCtx *ctx, void *item) {
-    cmsv_x509_free_cert(ctx, static_cast<CmsvCert *>(item));
-}
-
-void release_crl(CmsvVrfCtx *ctx, void *item) {
-    cmsv_x509_free_crl(ctx, static_cast<CmsvCrl *>(item));
-}
 
 // Two objects are the same when their signature values are byte-identical.
 bool same_signature(CmsvVrfCtx *ctx, const CmsvAsnOcts &a, const CmsvAsnOcts &b) {
@@ -20,6 +13,24 @@ bool same_signature(CmsvVrfCtx *ctx, const CmsvAsnOcts &a, const CmsvAsnOcts &b)
 
 CmsvPkiStore *store_of(CmsvVrfCtx *ctx) {
     return ctx == nullptr ? nullptr : ctx->pkiStore;
+}
+
+// Adds `object` (a certificate or CRL) to `list` with a reference of its own, unless
+// the list already holds one with the same signature.
+template <typename T>
+uint32_t add_once(CmsvVrfCtx *ctx, CmsvList *list, T *object, uint32_t duplicate) {
+    for (int32_t i = 0; i < list->count; ++i) {
+        const auto *kept = static_cast<const T *>(list->items[i]);
+        if (same_signature(ctx, kept->signatureValue, object->signatureValue)) {
+            return duplicate;
+        }
+    }
+    const uint32_t rc = cmsv_list_add(list, object);
+    if (rc != CMSV_OK) {
+        return rc;
+    }
+    ++object->refCount;
+    return CMSV_OK;
 }
 
 }  // namespace
@@ -42,8 +53,8 @@ TAVO_API void cmsv_pki_uninit(CmsvVrfCtx *ctx) {
     if (store == nullptr) {
         return;
     }
-    cmsv_list_free(ctx, &store->certs, release_cert);
-    cmsv_list_free(ctx, &store->crls, release_crl);
+    cmsv_list_free(ctx, &store->certs, cmsv_release_cert_item);
+    cmsv_list_free(ctx, &store->crls, cmsv_release_crl_item);
     cmsv_free(ctx, store);
     ctx->pkiStore = nullptr;
 }
@@ -53,18 +64,7 @@ TAVO_API uint32_t cmsv_pki_store_add_cert(CmsvVrfCtx *ctx, CmsvCert *cert) {
     if (store == nullptr || cert == nullptr) {
         return CMSV_ERR_PARAM;
     }
-    for (int32_t i = 0; i < store->certs.count; ++i) {
-        const auto *kept = static_cast<const CmsvCert *>(store->certs.items[i]);
-        if (same_signature(ctx, kept->signatureValue, cert->signatureValue)) {
-            return CMSV_ERR_CERT_DUPLICATE;
-        }
-    }
-    const uint32_t rc = cmsv_list_add(&store->certs, cert);
-    if (rc != CMSV_OK) {
-        return rc;
-    }
-    ++cert->refCount;
-    return CMSV_OK;
+    return add_once(ctx, &store->certs, cert, CMSV_ERR_CERT_DUPLICATE);
 }
 
 TAVO_API uint32_t cmsv_pki_store_add_crl(CmsvVrfCtx *ctx, CmsvCrl *crl) {
@@ -72,18 +72,7 @@ TAVO_API uint32_t cmsv_pki_store_add_crl(CmsvVrfCtx *ctx, CmsvCrl *crl) {
     if (store == nullptr || crl == nullptr) {
         return CMSV_ERR_PARAM;
     }
-    for (int32_t i = 0; i < store->crls.count; ++i) {
-        const auto *kept = static_cast<const CmsvCrl *>(store->crls.items[i]);
-        if (same_signature(ctx, kept->signatureValue, crl->signatureValue)) {
-            return CMSV_ERR_CRL_DUPLICATE;
-        }
-    }
-    const uint32_t rc = cmsv_list_add(&store->crls, crl);
-    if (rc != CMSV_OK) {
-        return rc;
-    }
-    ++crl->refCount;
-    return CMSV_OK;
+    return add_once(ctx, &store->crls, crl, CMSV_ERR_CRL_DUPLICATE);
 }
 
 TAVO_API CmsvCert *cmsv_pki_find_cert_by_issuer_sn(CmsvVrfCtx *ctx, const CmsvX509Name *issuer,
@@ -133,21 +122,18 @@ TAVO_API uint32_t cmsv_verify_add_cert(CmsvVrfCtx *ctx, const uint8_t *data, uin
     if (ctx == nullptr || data == nullptr || len == 0) {
         return CMSV_ERR_PARAM;
     }
-    CmsvList certs{};
-    CmsvList crls{};
-    uint32_t rc = cmsv_decode_bundle(ctx, data, len, &certs, &crls);
-    if (rc == CMSV_OK && certs.count == 0) {
+    CmsvBundleLists lists(ctx);
+    uint32_t rc = cmsv_decode_bundle(ctx, data, len, &lists.certs, &lists.crls);
+    if (rc == CMSV_OK && lists.certs.count == 0) {
         rc = CMSV_ERR_GENERIC;
     }
-    for (int32_t i = 0; rc == CMSV_OK && i < certs.count; ++i) {
+    for (int32_t i = 0; rc == CMSV_OK && i < lists.certs.count; ++i) {
         const uint32_t added =
-            cmsv_pki_store_add_cert(ctx, static_cast<CmsvCert *>(certs.items[i]));
+            cmsv_pki_store_add_cert(ctx, static_cast<CmsvCert *>(lists.certs.items[i]));
         if (added != CMSV_OK && added != CMSV_ERR_CERT_DUPLICATE) {
             rc = added;
         }
     }
-    cmsv_list_free(ctx, &certs, release_cert);
-    cmsv_list_free(ctx, &crls, release_crl);
     return rc;
 }
 
@@ -158,27 +144,25 @@ TAVO_API uint32_t cmsv_verify_add_crl(CmsvVrfCtx *ctx, const uint8_t *data, uint
     if (ctx->crlLock != 0) {
         return CMSV_ERR_CRL_LOCKED;
     }
-    CmsvList certs{};
-    CmsvList crls{};
-    uint32_t rc = cmsv_decode_bundle(ctx, data, len, &certs, &crls);
-    if (rc != CMSV_OK || crls.count == 0) {
+    CmsvBundleLists lists(ctx);
+    uint32_t rc = cmsv_decode_bundle(ctx, data, len, &lists.certs, &lists.crls);
+    if (rc != CMSV_OK || lists.crls.count == 0) {
         rc = CMSV_ERR_CRL_BUNDLE;
     }
-    for (int32_t i = 0; rc == CMSV_OK && i < crls.count; ++i) {
-        const uint32_t added = cmsv_pki_store_add_crl(ctx, static_cast<CmsvCrl *>(crls.items[i]));
+    for (int32_t i = 0; rc == CMSV_OK && i < lists.crls.count; ++i) {
+        const uint32_t added =
+            cmsv_pki_store_add_crl(ctx, static_cast<CmsvCrl *>(lists.crls.items[i]));
         if (added != CMSV_OK && added != CMSV_ERR_CRL_DUPLICATE) {
             rc = added;
         }
     }
     // Intermediate certificates shipped with the CRLs; a failure to keep one is not fatal.
-    for (int32_t i = 0; rc == CMSV_OK && i < certs.count; ++i) {
-        auto *cert = static_cast<CmsvCert *>(certs.items[i]);
+    for (int32_t i = 0; rc == CMSV_OK && i < lists.certs.count; ++i) {
+        auto *cert = static_cast<CmsvCert *>(lists.certs.items[i]);
         uint32_t selfSigned = 0;
         if (cmsv_x509_is_self_signed(ctx, cert, &selfSigned) == CMSV_OK && selfSigned == 0) {
             (void)cmsv_pki_store_add_cert(ctx, cert);
         }
     }
-    cmsv_list_free(ctx, &certs, release_cert);
-    cmsv_list_free(ctx, &crls, release_crl);
     return rc;
 }

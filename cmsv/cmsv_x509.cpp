@@ -1,5 +1,6 @@
 // Certificates and CRLs: decoding, reference counts, the self-signed test, public
 // keys and RSA signature checks through the callback table.
+#include "cmsv/cmsv_owned.h"
 #include "tavo/cmsv.h"
 
 namespace {
@@ -18,26 +19,6 @@ namespace {
     to->len = from.len;
     return CMSV_OK;
 }
-
-// Owns a verify handle of the provider for one signature check.
-class VerifyHandle {
-  public:
-    explicit VerifyHandle(CmsvVrfCtx *ctx) : ctx_(ctx) {}
-    ~VerifyHandle() {
-        if (vrf_ != nullptr) {
-            cmsv_verify_ctx_destory(ctx_, vrf_);
-        }
-    }
-    VerifyHandle(const VerifyHandle &) = delete;
-    VerifyHandle &operator=(const VerifyHandle &) = delete;
-
-    [[nodiscard]] uint32_t Create() { return cmsv_verify_ctx_create(ctx_, &vrf_); }
-    void *get() const { return vrf_; }
-
-  private:
-    CmsvVrfCtx *ctx_;
-    void *vrf_ = nullptr;
-};
 
 }  // namespace
 
@@ -138,8 +119,8 @@ TAVO_API uint32_t cmsv_x509_pkey_verify(CmsvVrfCtx *ctx, const uint8_t *data, ui
         return status;
     }
 
-    VerifyHandle vrf(ctx);
-    status = vrf.Create();
+    CmsvVerifyHandle vrf(ctx);
+    status = cmsv_verify_ctx_create(ctx, vrf.out());
     if (status != CMSV_OK) {
         return status;
     }
