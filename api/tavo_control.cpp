@@ -20,14 +20,14 @@ constexpr uint8_t kSecondaryBusReset = 0x10;
 constexpr unsigned kHotResetSettleSeconds = 1;
 
 // The chip operations that only check that the chip exists.
-int accept_on_chip(const char *function, uint32_t card_id, uint32_t device_id) {
+int accept_on_chip(tavo::log::Site function, uint32_t card_id, uint32_t device_id) {
     uint32_t logic_id = 0;
     return tavo::api::resolve_chip(function, card_id, device_id, logic_id) ? 0 : -1;
 }
 
 // The PCI address of a chip for the two halves of a hot reset; nullptr (logged) when
 // the card or the device is unknown.
-const char *chip_pci_address(const char *function, uint32_t card_id, uint32_t device_id) {
+const char *chip_pci_address(tavo::log::Site function, uint32_t card_id, uint32_t device_id) {
     tavo_card_record *card = nullptr;
     int ret = tavo_get_card_info(card_id, &card);
     if (ret != 0) {
@@ -42,9 +42,9 @@ const char *chip_pci_address(const char *function, uint32_t card_id, uint32_t de
 }
 
 // One record per request, then one per content byte, before anything is checked.
-void audit_user_config(const char *function, uint32_t card_id, uint32_t device_id, const char *name,
-                       uint32_t size, const unsigned char *content) {
-    API_LOG_OP_FOR(function, "User Config Info:card_id=%d, device_id=%d\n,config_name=%s\r",
+void audit_user_config(tavo::log::Site function, uint32_t card_id, uint32_t device_id,
+                       const char *name, uint32_t size, const unsigned char *content) {
+    API_LOG_OP_FOR(function, "User Config Info:card_id=%d, device_id=%d\n,config_name=%s\r\n",
                    static_cast<int>(card_id), static_cast<int>(device_id),
                    name != nullptr ? name : "(null)");
     for (uint32_t i = 0; content != nullptr && i < size; ++i) {

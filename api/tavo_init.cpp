@@ -59,7 +59,7 @@ bool key_starts_a_line(const char *text, const char *key) {
 
 }  // namespace
 
-int isVirtualMechine(void) {
+TAVO_API int isVirtualMechine(void) {
     return 0;
 }
 

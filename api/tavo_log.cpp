@@ -12,6 +12,7 @@
 
 #include "base/bounded.h"
 #include "base/unique_file.h"
+#include "tavo/tavo_export.h"
 
 namespace {
 
@@ -50,12 +51,13 @@ int kernel_thread_id() {
 
 }  // namespace
 
-struct tm *LOG_Getime(void) {
+TAVO_API struct tm *LOG_Getime(void) {
     std::time_t now = std::time(nullptr);
     return std::gmtime(&now);
 }
 
-void GetUserNameIp(char *user, std::size_t user_size, char *address, std::size_t address_size) {
+TAVO_API void GetUserNameIp(char *user, std::size_t user_size, char *address,
+                            std::size_t address_size) {
     if (user == nullptr || address == nullptr) {
         return;
     }
@@ -84,7 +86,7 @@ void GetUserNameIp(char *user, std::size_t user_size, char *address, std::size_t
     (void)strncpy_s(address, address_size, "Unknown IP", 10);
 }
 
-void IesLogWrite(const char *live, const char *backup, const char *format, ...) {
+TAVO_API void IesLogWrite(const char *live, const char *backup, const char *format, ...) {
     char message[tavo::log::kMessageBufferSize];
     char user[tavo::log::kIdentityBufferSize];
     char address[tavo::log::kIdentityBufferSize];

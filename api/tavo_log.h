@@ -4,6 +4,9 @@
 
 #include <cstddef>
 #include <ctime>
+#include <source_location>
+
+#include "tavo/tavo_log.h"
 
 namespace tavo::log {
 
@@ -23,24 +26,27 @@ inline constexpr std::size_t kMessageBufferSize = 4096;
 inline constexpr std::size_t kIdentityBufferSize = 257;
 inline constexpr long kRotateLimit = 4L * 1024 * 1024;
 
-}  // namespace tavo::log
+// The place a record is reported from: the reporting function and the line where
+// it names itself. A helper that logs on behalf of its caller takes a Site; the
+// caller passes `__func__` and the line of that call comes with it.
+struct Site {
+    // NOLINTNEXTLINE(google-explicit-constructor): callers pass __func__ as is.
+    Site(const char *function_name, std::source_location where = std::source_location::current())
+        : function(function_name), line(static_cast<int>(where.line())) {}
+    const char *function;
+    int line;
+};
 
-// Appends one record to `live`, rotating it into `backup` first when the message
-// would take it past 4 MiB. Never reports a failure: a record that cannot be
-// written is dropped.
-void IesLogWrite(const char *live, const char *backup, const char *format, ...)
-    __attribute__((format(printf, 3, 4)));
-// Current time in UTC; the C library's static record, not a copy.
-struct tm *LOG_Getime(void);
-// Name of the calling user and the remote address of its login.
-void GetUserNameIp(char *user, std::size_t user_size, char *address, std::size_t address_size);
+}  // namespace tavo::log
 
 // Logs a record "[unit,function,line]:..." to a file pair.
 #define TAVO_LOG_TO(pair, unit, format, ...)                                      \
     IesLogWrite((pair).live, (pair).backup, "[%s,%s,%d]:" format, unit, __func__, \
                 __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
-// The same, for a helper that reports on behalf of the exported function `function`.
-#define TAVO_LOG_FOR(pair, unit, function, format, ...)                           \
-    IesLogWrite((pair).live, (pair).backup, "[%s,%s,%d]:" format, unit, function, \
-                __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+// The same, for a helper that reports on behalf of `site` (a tavo::log::Site, or a
+// function name reported with the line of this record).
+#define TAVO_LOG_FOR(pair, unit, site, format, ...)                     \
+    IesLogWrite((pair).live, (pair).backup, "[%s,%s,%d]:" format, unit, \
+                tavo::log::Site(site).function,                         \
+                tavo::log::Site(site).line __VA_OPT__(, ) __VA_ARGS__)

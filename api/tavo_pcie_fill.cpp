@@ -8,8 +8,9 @@ namespace tavo::api {
 namespace {
 
 bool format_address(const rumo_pcie_info &pcie, char (&text)[TAVO_PCIE_TEXT_LEN]) {
-    return snprintf_s(text, sizeof text, sizeof text - 1, "0000:%02x:%02x.%x", pcie.bdf_bus & 0xFF,
-                      pcie.bdf_device & 0x1F, pcie.bdf_function & 0x7) > 0;
+    int ret = snprintf_s(text, sizeof text, sizeof text - 1, "0000:%02x:%02x.%x",
+                         pcie.bdf_bus & 0xFF, pcie.bdf_device & 0x1F, pcie.bdf_function & 0x7);
+    return ret > 0 && tavo::base::formatted_whole(ret, sizeof text - 1);
 }
 
 }  // namespace

@@ -25,6 +25,7 @@ int remove_temp_file(const char *path);
 
 namespace {
 
+using tavo::base::formatted_whole;
 using tavo::base::UniqueFile;
 
 constexpr const char *kDevMem = "/dev/mem";
@@ -64,11 +65,14 @@ void add_map_entry(uint32_t slot_id, const char *bus_address) {
         return;  // the map is full; lookups take the first match anyway
     }
     tavo_pcie_map_entry &entry = g_pcie_map_info.entries[g_pcie_map_info.count];
-    entry.slot_id = slot_id;
-    if (snprintf_s(entry.bus_address, sizeof entry.bus_address, sizeof entry.bus_address - 1,
-                   "%s\n", bus_address) < 0) {
+    constexpr std::size_t kLimit = sizeof entry.bus_address - 1;
+    int ret = snprintf_s(entry.bus_address, sizeof entry.bus_address, kLimit, "%s\n", bus_address);
+    if (!formatted_whole(ret, kLimit)) {
+        API_LOG_ERR("call snprintf_s failed.%d\n\r\n", ret);
+        entry = tavo_pcie_map_entry{};
         return;
     }
+    entry.slot_id = slot_id;
     g_pcie_map_info.count += 1;
 }
 
@@ -122,6 +126,9 @@ bool split_path(const char *line, PathParts &parts) {
     return true;
 }
 
+// The zero byte goes one position past the text's end; the byte right after the
+// text is left as the caller set it (zero, in a zeroed buffer). A part of 511
+// characters has no room for it: the caller's zero after it terminates the text.
 void copy_part(const PathParts &parts, uint32_t levels_up, char *out) {
     if (parts.blocks.size() <= levels_up) {
         return;
@@ -129,7 +136,9 @@ void copy_part(const PathParts &parts, uint32_t levels_up, char *out) {
     const char *part = parts.blocks[parts.blocks.size() - levels_up - 1].get();
     std::size_t length = std::strlen(part);
     (void)memcpy_s(out, TAVO_PCIE_LINE_LEN, part, length);
-    out[length] = '\0';
+    if (length + 1 < TAVO_PCIE_LINE_LEN) {
+        out[length + 1] = '\0';
+    }
 }
 
 }  // namespace
@@ -155,11 +164,13 @@ TAVO_API int tavo_get_pcie_slot_info(void) {
     int number = temp_number();
     int ret = snprintf_s(file_name, sizeof file_name, sizeof file_name - 1, "/tmp/dmidecode_%d.tmp",
                          number);
-    if (ret >= 0) {
+    bool whole = formatted_whole(ret, sizeof file_name - 1);
+    if (whole) {
         ret = snprintf_s(command, sizeof command, sizeof command - 1,
                          "dmidecode -t9 > /tmp/dmidecode_%d.tmp 2>&1", number);
+        whole = formatted_whole(ret, sizeof command - 1);
     }
-    if (ret < 0) {
+    if (!whole) {
         API_LOG_ERR("call snprintf_s failed.%d\n\r\n", ret);
         return -1;
     }
@@ -216,7 +227,7 @@ TAVO_API int tavo_save_pcie_info(const char *file) {
     char command[kCommandMax];
     int ret = snprintf_s(command, sizeof command, sizeof command - 1, "%s > %s", tree,
                          file != nullptr ? file : "");
-    if (file == nullptr || ret < 0) {
+    if (file == nullptr || !formatted_whole(ret, sizeof command - 1)) {
         API_LOG_ERR("call snprintf_s failed.%d\n\r\n", ret);
         return -1;
     }

@@ -14,8 +14,8 @@ namespace {
 // Runs one device-management call for a chip: logic id first, then `call`. A
 // failure is logged with the name of the call and collapsed to -1.
 template <typename Call>
-int chip_query(const char *function, const char *rumo_name, uint32_t card_id, uint32_t device_id,
-               Call call) {
+int chip_query(tavo::log::Site function, const char *rumo_name, uint32_t card_id,
+               uint32_t device_id, Call call) {
     uint32_t logic_id = 0;
     if (!tavo::api::resolve_chip(function, card_id, device_id, logic_id)) {
         return -1;

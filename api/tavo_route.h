@@ -9,7 +9,7 @@
 namespace tavo::api {
 
 // Resolves a chip's logic id on behalf of the exported function `function`.
-inline bool resolve_chip(const char *function, uint32_t card_id, uint32_t device_id,
+inline bool resolve_chip(tavo::log::Site function, uint32_t card_id, uint32_t device_id,
                          uint32_t &logic_id) {
     int ret = tavo_get_device_logic_id(&logic_id, card_id, device_id);
     if (ret != 0) {
@@ -24,7 +24,7 @@ struct Refused {};
 inline constexpr Refused kRefused;
 
 template <typename Backend>
-int run_backend(const char *function, int32_t type, Backend backend) {
+int run_backend(tavo::log::Site function, int32_t type, Backend backend) {
     if constexpr (std::is_same_v<Backend, Refused>) {
         API_LOG_ERR_FOR(function, "device_type is error.%d.\n\r\n", type);
         return -1;
@@ -36,7 +36,7 @@ int run_backend(const char *function, int32_t type, Backend backend) {
 // Finds the device type and hands the request to `chip`, `mcu` or `kite`; their
 // status is returned unchanged.
 template <typename Chip, typename Mcu, typename Kite>
-int route(const char *function, uint32_t card_id, uint32_t device_id, Chip chip, Mcu mcu,
+int route(tavo::log::Site function, uint32_t card_id, uint32_t device_id, Chip chip, Mcu mcu,
           Kite kite) {
     int32_t type = -1;
     int ret = tavo_get_device_info(&type, card_id, device_id);

@@ -15,9 +15,6 @@ extern int32_t g_tavoBoardType;
 extern int32_t g_mcuExist;
 }
 
-// Nonzero when the process runs in a virtual machine. This build answers no.
-int isVirtualMechine(void);
-
 namespace tavo::api {
 
 inline constexpr const char *kUnit = "tavo_drv_api";

@@ -48,7 +48,7 @@ bool device_is(uint32_t device_id, uint32_t slot_id) {
 // Reads one word of a card record for the position queries: they need an
 // initialised table and a known card (an unknown card is not logged).
 template <typename Field>
-int read_card_word(const char *function, uint32_t card_id, uint32_t *out, Field field) {
+int read_card_word(tavo::log::Site function, uint32_t card_id, uint32_t *out, Field field) {
     if (!initialised()) {
         API_LOG_ERR_FOR(function, "not init.\n\r\n");
         return -1;

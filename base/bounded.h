@@ -32,6 +32,12 @@ inline constexpr int kBoundedOverlap = 256;
 // Status of the formatting functions for invalid arguments or output that fails.
 inline constexpr int kBoundedFormatFailed = -1;
 
+// True when a snprintf_s or vsnprintf_s result says the whole output was written
+// under the character limit `count` (below destMax): neither an error nor a cut.
+constexpr bool formatted_whole(int result, std::size_t count) {
+    return result >= 0 && static_cast<std::size_t>(result) <= count;
+}
+
 }  // namespace tavo::base
 
 // On failure with usable dest and sane destMax, dest[0..destMax) is cleared.

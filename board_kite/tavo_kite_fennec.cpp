@@ -47,14 +47,10 @@ bool copy_section(char *section, const char *line, int32_t from, int32_t to) {
                      static_cast<std::size_t>(to - from)) == 0;
 }
 
-// The next '@' in line[after + 1, length), or nullptr.
-const char *next_at(const char *line, int32_t length, int32_t after) {
-    if (after + 1 >= length) {
-        return nullptr;
-    }
-    const void *found =
-        std::memchr(line + after + 1, '@', static_cast<std::size_t>(length - after - 1));
-    return static_cast<const char *>(found);
+// The next '@' after position `after` (-1 or the position of an '@'), searched up
+// to the terminator whatever length the caller gave, or nullptr.
+const char *next_at(const char *line, int32_t after) {
+    return std::strchr(line + after + 1, '@');
 }
 
 struct AlarmScan {
@@ -134,10 +130,10 @@ TAVO_API int tavo_get_alarm_info(const char *line, int32_t length,
     }
     int32_t last = -1;
     int32_t n = 0;
-    // Fields beyond the section array are not copied; such a line fails the
-    // final-field check below.
-    for (const char *at = next_at(line, length, last); at != nullptr;
-         at = next_at(line, length, last)) {
+    // The search runs over the whole text: an '@' at or past length - 1 ends it only
+    // once the sections are full. Fields beyond the section array are not copied;
+    // such a line fails the final-field check below.
+    for (const char *at = next_at(line, last); at != nullptr; at = next_at(line, last)) {
         auto position = static_cast<int32_t>(at - line);
         if (position >= length - 1 && n >= maximum) {
             break;

@@ -84,7 +84,7 @@ TAVO_API int DriverOpenIpmi(uint8_t number) {
     for (const char *stem : kDeviceStems) {
         char path[kPathSize] = {};
         int length = snprintf_s(path, sizeof path, sizeof path - 1, "%s%d", stem, number);
-        if (length < 0) {
+        if (!tavo::base::formatted_whole(length, sizeof path - 1)) {
             IPMI_LOG_ERR("call snprintf_s failed.%d.\n\r\n", length);
         }
         tavo::base::UniqueFd fd = tavo::base::sys_open(path, O_RDONLY);
@@ -95,7 +95,7 @@ TAVO_API int DriverOpenIpmi(uint8_t number) {
     return kNoDevice;
 }
 
-int DriverCloseIpmi(int fd) {
+TAVO_API int DriverCloseIpmi(int fd) {
     // Descriptor 0 is never the device's: standard input stays open.
     if (fd < 1) {
         return -1;

@@ -29,9 +29,9 @@ constexpr std::size_t kPathSize = 256;
 constexpr std::size_t kResolvedSize = 4096;
 constexpr uint32_t kUnset = 0xFFFFFFFF;
 
-// A bad path format is only logged: the open that follows decides.
+// A bad or cut path format is only logged: the open that follows decides.
 int checked_length(int length) {
-    if (length < 1) {
+    if (length < 1 || !tavo::base::formatted_whole(length, kPathSize - 1)) {
         PCI_LOG_ERR_FOR("PcidrDevOpen", "call snprintf_s failed.%d.\n\r\n", length);
     }
     return length;
@@ -128,7 +128,7 @@ TAVO_API int PcidrDevWrite(uint8_t bus, uint8_t devfn, const uint8_t *bytes, uin
     return -910;
 }
 
-void PciTransParam(const char *bus_id, uint8_t *bus, uint8_t *devfn) {
+TAVO_API void PciTransParam(const char *bus_id, uint8_t *bus, uint8_t *devfn) {
     uint32_t bus_field = kUnset;
     uint32_t device_field = kUnset;
     uint32_t function_field = kUnset;

@@ -43,7 +43,7 @@ void close_bus() {
 
 // I2C_RDWR with up to three attempts, 5 ms after each and 0.5 s / 1 s back-off between
 // them. The ioctl's result; the final failure is logged for `function`.
-int transfer_with_retries(i2c_msg *messages, uint32_t count, const char *function) {
+int transfer_with_retries(i2c_msg *messages, uint32_t count, tavo::log::Site function) {
     i2c_rdwr_ioctl_data request{messages, count};
     int result = -1;
     for (int attempt = 1; attempt <= kAttempts; ++attempt) {
@@ -61,11 +61,13 @@ int transfer_with_retries(i2c_msg *messages, uint32_t count, const char *functio
 }
 
 // One page piece written and read back, up to three tries. `page_remainder`: more data
-// follows this piece.
-bool write_verified(uint8_t slave, uint8_t *staging, uint32_t piece, bool page_remainder) {
+// follows this piece. True once the read-back matches; `written` is the last write's
+// result.
+bool write_verified(uint8_t slave, uint8_t *staging, uint32_t piece, bool page_remainder,
+                    int &written) {
     uint8_t readback[kStagedData] = {};
     for (int attempt = 1; attempt <= kAttempts; ++attempt) {
-        int written = DriverI2cWrite(slave, staging, static_cast<int32_t>(piece + 2));
+        written = DriverI2cWrite(slave, staging, static_cast<int32_t>(piece + 2));
         if (written >= 0) {
             (void)DriverI2cRead(slave, staging, 2, readback, static_cast<int32_t>(piece));
             if (std::memcmp(readback, staging + 2, piece) == 0) {
@@ -83,6 +85,33 @@ bool write_verified(uint8_t slave, uint8_t *staging, uint32_t piece, bool page_r
 }
 
 }  // namespace
+
+namespace tavo::drivers {
+
+int refuse_verified_piece(const VerifiedPiece &piece) {
+    constexpr const char *kFunction = "DriverI2cEepWrite";
+    if (piece.page_remainder) {
+        I2C_LOG_ERR_FOR(kFunction,
+                        "write i2c failed(%x). remain_size > write_size_max, slv=0x%x\r\n\r\n",
+                        static_cast<unsigned>(piece.written), unsigned{piece.slave});
+    } else {
+        I2C_LOG_ERR_FOR(kFunction,
+                        "write i2c failed remain_size(%d) <= write_size_max(%d), slv=0x%x\r\n\r\n",
+                        static_cast<int>(piece.remaining), static_cast<int>(piece.size_max),
+                        unsigned{piece.slave});
+    }
+    // The bytes as text, cut at the piece's end.
+    char text[kStagedData + 1] = {};
+    if (int rc = memcpy_s(text, kStagedData, piece.data, piece.size); rc != 0) {
+        I2C_LOG_ERR_FOR(kFunction, "call memcpy_s failed.%d\r\n", rc);
+        return -1;
+    }
+    I2C_LOG_ERR_FOR(kFunction, "offset=0x%lx, wlen=0x%x, ibuffer=%s\r\n",
+                    static_cast<unsigned long>(piece.address), piece.size, text);
+    return -1;
+}
+
+}  // namespace tavo::drivers
 
 extern "C" {
 
@@ -210,8 +239,13 @@ TAVO_API int DriverI2cEepWrite(uint8_t slave, uint64_t offset, uint8_t *input, u
             I2C_LOG_ERR("call memcpy_s failed.%d\r\n", rc);
             return -1;
         }
-        if (!write_verified(slave, staging, size, page_remainder)) {
+        int written = -1;
+        if (!write_verified(slave, staging, size, page_remainder, written)) {
             return -1;
+        }
+        if (written < 0) {
+            return tavo::drivers::refuse_verified_piece(
+                {slave, written, address, staging + 2, size, remaining, piece, page_remainder});
         }
         address += size;
         done += size;

@@ -27,7 +27,7 @@ constexpr uint32_t kBlockReadKept = I2C_SMBUS_BLOCK_MAX + 1;
 enum class AccessText { kCarriageReturn, kNewline };
 
 // The steps shared by the six transactions. 0 or -1; failures logged for `function`.
-int transaction(const char *function, uint32_t bus_id, uint8_t slave, uint8_t read_write,
+int transaction(tavo::log::Site function, uint32_t bus_id, uint8_t slave, uint8_t read_write,
                 uint8_t command, uint32_t size, i2c_smbus_data &data,
                 AccessText text = AccessText::kCarriageReturn) {
     tavo::base::UniqueFd fd(I2cSmbusInit(bus_id));

@@ -39,7 +39,7 @@ constexpr unsigned kSwitchSettleSeconds = 3;
 constexpr uint32_t kChipSlotA = 1;
 constexpr uint32_t kChipSlotB = 3;
 
-bool read_outputs_missing(const char *function, const ReadOutputs &out) {
+bool read_outputs_missing(tavo::log::Site function, const ReadOutputs &out) {
     if (out.output == nullptr || out.piece_length == nullptr || out.total_length == nullptr) {
         API_LOG_ERR_FOR(function, "input parameter is null.\n\r\n");
         return true;
@@ -48,7 +48,7 @@ bool read_outputs_missing(const char *function, const ReadOutputs &out) {
 }
 
 // The relay chip of the card's MCU, for the pass-through.
-int relay_chip(const char *function, uint32_t card_id, uint32_t &logic_id) {
+int relay_chip(tavo::log::Site function, uint32_t card_id, uint32_t &logic_id) {
     uint32_t chip_slot = 0;
     int ret = tavo_get_msg_device_logic_id(&logic_id, &chip_slot, card_id);
     if (ret != 0) {
@@ -59,14 +59,14 @@ int relay_chip(const char *function, uint32_t card_id, uint32_t &logic_id) {
 }
 
 // A zeroed pass-through record; a failed clearing is logged and the record used.
-void clear_record(const char *function, tavo_mcu_passthru_record &record) {
+void clear_record(tavo::log::Site function, tavo_mcu_passthru_record &record) {
     int ret = memset_s(&record, sizeof record, 0, sizeof record);
     if (ret != 0) {
         API_LOG_ERR_FOR(function, "call memset_s failed.%d.\n\r\n", ret);
     }
 }
 
-int passthru(const char *function, uint32_t logic_id, tavo_mcu_passthru_record &record) {
+int passthru(tavo::log::Site function, uint32_t logic_id, tavo_mcu_passthru_record &record) {
     int ret = rumo_passthru_mcu(logic_id, &record);
     if (ret != 0) {
         API_LOG_ERR_FOR(function, "call rumo_passthru_mcu failed.%d.\n\r\n", ret);
@@ -75,7 +75,7 @@ int passthru(const char *function, uint32_t logic_id, tavo_mcu_passthru_record &
     return 0;
 }
 
-int smbus_send(const char *function, std::span<const uint8_t> frame, uint32_t size) {
+int smbus_send(tavo::log::Site function, std::span<const uint8_t> frame, uint32_t size) {
     int ret = I2cSmbusWriteBlock(kSmbusBus, kSmbusSlave, kSmbusRequestRegister, size, frame.data());
     if (ret != 0) {
         API_LOG_ERR_FOR(function, "call I2cSmbusWriteBlock failed.%d.\n\r\n", ret);
@@ -150,7 +150,7 @@ int read_follow_up_frames(const LongRead &read, int64_t first, int64_t total, St
     return 0;
 }
 
-int copy_item(const char *function, uint8_t *output, const Staging &staging, int64_t count) {
+int copy_item(tavo::log::Site function, uint8_t *output, const Staging &staging, int64_t count) {
     int ret = memcpy_s(output, kItemMax, staging.data(), static_cast<std::size_t>(count));
     if (ret != 0) {
         API_LOG_ERR_FOR(function, "call memcpy_s failed.%d.\n\r\n", ret);

@@ -59,8 +59,8 @@ void put_request_header(std::span<std::uint8_t> frame, const RequestHeader &head
     (void)writer.put_u32(request::kLength, header.length);
 }
 
-void put_request_data(const char *function, std::span<std::uint8_t> frame, const std::uint8_t *data,
-                      std::uint32_t count) {
+void put_request_data(tavo::log::Site function, std::span<std::uint8_t> frame,
+                      const std::uint8_t *data, std::uint32_t count) {
     if (count == 0 || frame.size() < kHeaderSize + kDataMax) {
         return;
     }
@@ -74,7 +74,7 @@ std::uint32_t clamp_parameter(const std::uint8_t *parameter, std::uint32_t lengt
     return parameter == nullptr ? 0 : std::min<std::uint32_t>(length, kDataMax);
 }
 
-int take_read_response(const char *function, Transport transport,
+int take_read_response(tavo::log::Site function, Transport transport,
                        std::span<const std::uint8_t> frame, const ReadOutputs &out) {
     ByteReader reader(frame);
     std::uint16_t status = reader.u16(response::kStatus).value_or(0);
@@ -100,7 +100,7 @@ int take_read_response(const char *function, Transport transport,
     return 0;
 }
 
-int take_write_response(const char *function, std::span<const std::uint8_t> frame) {
+int take_write_response(tavo::log::Site function, std::span<const std::uint8_t> frame) {
     std::uint16_t status = ByteReader(frame).u16(response::kStatus).value_or(0);
     if (status != 0) {
         API_LOG_ERR_FOR(function, "errorcode=%d.\n\r\n", status);

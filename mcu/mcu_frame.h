@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 
+#include "api/tavo_log.h"
 #include "tavo/tavo_mcu.h"
 
 namespace tavo::mcu {
@@ -88,8 +89,8 @@ void put_request_header(std::span<std::uint8_t> frame, const RequestHeader &head
 
 // Copies `count` request data bytes (room 20) after the header; a failed bounded
 // copy is logged on behalf of `function` and the frame goes out as it is.
-void put_request_data(const char *function, std::span<std::uint8_t> frame, const std::uint8_t *data,
-                      std::uint32_t count);
+void put_request_data(tavo::log::Site function, std::span<std::uint8_t> frame,
+                      const std::uint8_t *data, std::uint32_t count);
 
 // The parameter bytes a read request carries: at most 20.
 std::uint32_t clamp_parameter(const std::uint8_t *parameter, std::uint32_t length);
@@ -106,10 +107,10 @@ struct ReadOutputs {
 // status is logged ("errorcode=" through the pass-through, "error_code=" over
 // SMBus) and fails; else the piece goes to the output (room 20; a failed copy is
 // logged and the call still succeeds) with its length and the item's total.
-int take_read_response(const char *function, Transport transport,
+int take_read_response(tavo::log::Site function, Transport transport,
                        std::span<const std::uint8_t> frame, const ReadOutputs &out);
 
 // Status check of a write response.
-int take_write_response(const char *function, std::span<const std::uint8_t> frame);
+int take_write_response(tavo::log::Site function, std::span<const std::uint8_t> frame);
 
 }  // namespace tavo::mcu

@@ -21,7 +21,7 @@ constexpr uint8_t kLinkTestParameter = 2;
 constexpr uint8_t kBootAreaPayload = 0;
 constexpr char kMcuChipName[] = "MCU";
 
-bool missing(const char *function, const void *pointer) {
+bool missing(tavo::log::Site function, const void *pointer) {
     if (pointer == nullptr) {
         API_LOG_ERR_FOR(function, "input parameter is null.\n\r\n");
         return true;
@@ -31,7 +31,8 @@ bool missing(const char *function, const void *pointer) {
 
 // A word item stored into the caller's output.
 template <typename Out>
-int read_word(const char *function, uint32_t card_id, uint16_t command, uint32_t length, Out *out) {
+int read_word(tavo::log::Site function, uint32_t card_id, uint16_t command, uint32_t length,
+              Out *out) {
     if (missing(function, out)) {
         return -1;
     }
@@ -56,7 +57,7 @@ int append_part(char *text, std::size_t &used, int value, bool dot) {
     std::size_t limit = kItemMax - 1 - used;
     int printed = dot ? snprintf_s(text + used, kItemMax - used, limit, "%d.", value)
                       : snprintf_s(text + used, kItemMax - used, limit, "%d", value);
-    if (printed < 0 || static_cast<std::size_t>(printed) > limit) {
+    if (!tavo::base::formatted_whole(printed, limit)) {
         API_LOG_ERR_FOR("tavo_mcu_get_version", "call tavo_mcu_get_info_fix fail.ret(%d)\r\n",
                         printed);
         return -1;

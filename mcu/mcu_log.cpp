@@ -61,6 +61,17 @@ void print_progress(const Collection &c, uint32_t position, const char *lead) {
     std::fflush(stdout);
 }
 
+// The first reply's piece length is where the next frame lands in the buffer. A
+// piece longer than a frame has already failed its copy (logged) and the collection
+// goes on with it; refused are only the lengths that would take a frame, or a log
+// that ends within the first reply, past the end of the buffer.
+bool first_reply_fits(uint32_t first, uint32_t total) {
+    if (total <= first) {
+        return total <= kBufferSize;
+    }
+    return uint64_t{first} + kDataMax <= kBufferSize;
+}
+
 bool ensure_log_dir() {
     if (::access(TAVO_MCU_LOG_DIR, F_OK) == 0) {
         return true;
@@ -80,7 +91,7 @@ UniqueFile open_log_file(const tavo_mcu_log_info &info, uint32_t card_id, const 
                          "%s%s_%d_%04d%02d%02d%02d%02d%02d.log", TAVO_MCU_LOG_DIR, info.name,
                          static_cast<int>(card_id), start.tm_year + 1900, start.tm_mon + 1,
                          start.tm_mday, start.tm_hour, start.tm_min, start.tm_sec);
-    if (ret < 0) {
+    if (!tavo::base::formatted_whole(ret, name.size() - 1)) {
         API_LOG_ERR_FOR(kCollect, "call snprintf_s failed.%d.\n\r\n", ret);
     }
     UniqueFile file{std::fopen(name.data(), "a+")};
@@ -160,8 +171,7 @@ TAVO_API int tavo_mcu_collect_log(uint32_t card_id, uint32_t log_type) {
         std::printf("get %s success, total len=%d.\n", info.name, 0);
         return 0;
     }
-    // A frame carries at most 20 bytes; a longer piece would not fit the buffer.
-    if (first > kDataMax) {
+    if (!first_reply_fits(first, total)) {
         API_LOG_ERR("len(%d) error.\n\r\n", static_cast<int>(first));
         return -1;
     }

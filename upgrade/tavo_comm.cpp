@@ -9,6 +9,7 @@
 
 #include "api/tavo_log.h"
 #include "base/unique_file.h"
+#include "tavo/tavo_export.h"
 
 namespace {
 
@@ -21,7 +22,7 @@ void report_illegal_path() {
 
 }  // namespace
 
-int TavoGetFileLength(const char *path, uint32_t *length) {
+TAVO_API int TavoGetFileLength(const char *path, uint32_t *length) {
     if (path == nullptr || length == nullptr || strnlen(path, kPathMax) >= kPathMax) {
         report_illegal_path();
         return -1;

@@ -3,10 +3,13 @@
  * the Linux IPMI device (/dev/ipmi0 and its alternative names), and the OEM reset
  * of one accelerator chip ("mini") on a card.
  *
- * Results: 0 success; -11 no IPMI device opens; -13 the request cannot be sent;
- * -24 no response arrived; -26 the response cannot be read; -27 the BMC answered
- * with a non-zero completion code. Failures are logged to
- * /var/log/quillmon_LOG_ERR.log.
+ * Results: 0 success; -11 no IPMI device opens; -13 the IPMI driver does not
+ * answer the query of its own address (IPMICTL_GET_MY_ADDRESS_CMD); -24 the request
+ * cannot be sent (IPMICTL_SEND_COMMAND); -26 the receive fails after the driver
+ * changed the response length (a failed receive that leaves the length as given
+ * counts as success with a response of the whole buffer); -27 the BMC answered
+ * with a non-zero completion code. A request waits one second for its response.
+ * Failures are logged to /var/log/quillmon_LOG_ERR.log.
  */
 #ifndef TAVO_DRIVER_IPMI_H
 #define TAVO_DRIVER_IPMI_H

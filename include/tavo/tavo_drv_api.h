@@ -89,6 +89,9 @@ void tavo_retry_init(void);
 int tavo_get_board_type(void);
 /* Nonzero when the table says the process runs in a virtual machine on a card. */
 int tavo_check_run_in_vm(void);
+/* Nonzero when the process runs in a virtual machine. This build answers 0: it is
+ * made for hosts that own their cards. */
+int isVirtualMechine(void);
 
 /* ---- Topology ---- */
 

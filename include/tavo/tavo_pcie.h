@@ -40,10 +40,12 @@ const char *tavo_pcie_slot_map_cmp(const char *entry, const tavo_card_record *ca
 /* Sets every card's PCIe slot from the slot map (TAVO_ABSENT when not found). Returns
  * -1 after doing so on a card, 0 when the board is not a card. */
 int tavo_pcie_slot_map_init(void);
-/* Writes the PCI device tree to `file`. */
+/* Writes the PCI device tree to `file`; 0, or -1 when the command fails or the path
+ * does not fit the 511-character command line (then nothing runs). */
 int tavo_save_pcie_info(const char *file);
 /* From the first tree line containing `text`: the path part `up1` (and `up2`) levels
- * above the last one, into `out1` and `out2` (512 bytes each, zeroed by the caller). */
+ * above the last one, into `out1` and `out2` (512 bytes each, zeroed by the caller:
+ * the zero byte is written one position past the text, not right after it). */
 int tavo_get_pcie_before_info(const char *file, const char *text, char *out1, char *out2,
                               uint32_t up1, uint32_t up2);
 /* Number of tree lines with exactly two path separators after `text`. */

@@ -27,6 +27,10 @@ extern "C" {
 /* A back end does not serve this query. */
 #define TAVO_NOT_SUPPORTED (-8001)
 
+/* Size in bytes of the code buffer that tavo_get_device_errorcode_api fills: a chip
+ * reports up to RUMO_MAX_ERROR_CODES codes of 4 bytes each. */
+#define TAVO_ERROR_CODE_BUFFER_SIZE (RUMO_MAX_ERROR_CODES * 4)
+
 /* Firmware component whose version tavo_upgrade_get_xload_static_version reports. */
 #define TAVO_XLOAD_COMPONENT 8
 
@@ -108,8 +112,9 @@ int tavo_get_health_api(uint32_t card_id, uint32_t device_id, uint32_t *health);
  * decimal text (at least 256 bytes of `text`). */
 int tavo_get_firmware_version_api(uint32_t card_id, uint32_t device_id, unsigned char *text,
                                   uint32_t size, uint32_t *length);
-/* `codes`: 256 bytes; *width tells the size of each code (4 for chips and the
- * camera board, 2 for the MCU). */
+/* `codes`: TAVO_ERROR_CODE_BUFFER_SIZE (512) bytes, as many as a chip's 128 codes
+ * take; *width tells the size of each code (4 for chips and the camera board, 2 for
+ * the MCU). */
 int tavo_get_device_errorcode_api(uint32_t card_id, uint32_t device_id, uint32_t *count,
                                   void *codes, uint32_t *width);
 int tavo_get_device_errorinfo_api(uint32_t card_id, uint32_t device_id, uint32_t code,

@@ -44,6 +44,11 @@ TAVO_API int32_t VerifyFileChecksum(const cms_file_info *info);
 /* 0 when the signature over the file list matches; the engine's code or -1. */
 TAVO_API int32_t VerifyFileSign(const cms_file_info *info);
 
+/* Length of the file at `path` into *length. The path must be shorter than 4096
+ * characters and resolve (realpath); otherwise "Upgrade file path is illegal." is
+ * printed on standard output. 0, or -1 (an unreadable file is logged). */
+TAVO_API int TavoGetFileLength(const char *path, uint32_t *length);
+
 /* Fills the engine's callback table with the library's crypto provider
  * (SHA-256/384/512 and RSA PKCS#1 v1.5 verification). 0, or -1 for null. */
 TAVO_API int32_t CmsvSetCallbackFuncs(CmsvCallbackFuncs *funcs);

@@ -84,7 +84,7 @@ TEST_F(ControlTest, UserConfigIsAuditedBeforeAnyCheck) {
     auto records = read_log(kOpLog, true);
     ASSERT_EQ(records.size(), 4u);
     EXPECT_EQ(message_text(records[0]),
-              "User Config Info:card_id=2, device_id=1\n,config_name=user_label\r");
+              "User Config Info:card_id=2, device_id=1\n,config_name=user_label\r\n");
     EXPECT_EQ(message_text(records[1]), "Config Content:buf[0]=7.\n\r\n");
     EXPECT_EQ(message_text(records[2]), "Config Content:buf[1]=200.\n\r\n");
     EXPECT_EQ(message_text(records[3]), "Config Content:buf[2]=0.\n\r\n");

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "api_fixture.h"
 #include "tavo/tavo_pcie.h"
@@ -88,6 +89,18 @@ TEST_F(PcieMapTest, MapStopsAtSixtyFourEntries) {
     EXPECT_EQ(g_pcie_map_info.entries[63].slot_id, 64u);
 }
 
+// An address line of 511 characters leaves no room for the entry's newline and
+// terminator: it is skipped with a record, and the next slot is still mapped.
+TEST_F(PcieMapTest, AddressThatCannotBeStoredWholeIsSkipped) {
+    install_dmidecode("\tID: 5\nBus Address: " + std::string(TAVO_PCIE_LINE_LEN - 14, '3') + "\n" +
+                      slot_record(6, "0000:3b:00.0"));
+    EXPECT_EQ(tavo_get_pcie_slot_info(), 0);
+    ASSERT_EQ(g_pcie_map_info.count, 1u);
+    EXPECT_EQ(g_pcie_map_info.entries[0].slot_id, 6u);
+    EXPECT_TRUE(err_logged("add_map_entry", "call snprintf_s failed.512\n\r\n"))
+        << read_file(kErrLog);
+}
+
 TEST_F(PcieMapTest, WithoutPhysicalMemoryOrDmidecodeNothingIsMapped) {
     install_dmidecode(slot_record(3, "0000:3b:00.0"));
     remove_testbed_file("/dev/mem");
@@ -142,12 +155,29 @@ TEST_F(PcieMapTest, DeviceTreeCountsFunctionsTheHostCannotSee) {
     EXPECT_EQ(card->fault_device_count, 0u);
 
     char function[TAVO_PCIE_LINE_LEN] = {};
-    char bridge[TAVO_PCIE_LINE_LEN] = {};
+    char bridge[TAVO_PCIE_LINE_LEN];
+    std::memset(bridge, '#', sizeof bridge);
     ASSERT_EQ(tavo_get_pcie_before_info(kTree, "0000:3d:00.0", function, bridge, 0, 1), 0);
     EXPECT_STREQ(function, "0000:3d:00.0");
-    EXPECT_STREQ(bridge, "0000:3c:00.0");
+    // The zero goes one past the text; the byte right after it is the caller's.
+    EXPECT_EQ(std::string(bridge, 14), std::string("0000:3c:00.0#") + '\0');
     EXPECT_EQ(tavo_get_pcie_before_info(kTree, "0000:99:00.0", function, bridge, 0, 1), -1);
     ::unlink(kTree);
+}
+
+// A command cut to the buffer would write the tree somewhere else: it is not run.
+TEST_F(PcieMapTest, TreeCommandThatDoesNotFitIsNotRun) {
+    const std::string dir = "/tmp/cut_tree";
+    std::filesystem::create_directories(dir);
+    const std::string file = dir + "/tree" + std::string(250, 'x');
+    EXPECT_EQ(tavo_save_pcie_info(file.c_str()), -1);
+    EXPECT_TRUE(std::filesystem::is_empty(dir));
+    std::vector<LogRecord> records = read_log(kErrLog);
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(message_origin(records[0]), "tavo_drv_api,tavo_save_pcie_info");
+    EXPECT_TRUE(message_text(records[0]).starts_with("call snprintf_s failed."))
+        << records[0].message;
+    std::filesystem::remove_all(dir);
 }
 
 TEST_F(PcieMapTest, VirtualMachineTreeKeepsTheWholePath) {

@@ -1,6 +1,8 @@
 #include <array>
 #include <functional>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "api_fixture.h"
 #include "tavo/tavo_query.h"
@@ -124,69 +126,81 @@ rumo_pcie_info pcie;
 std::array<uint32_t, RUMO_MAX_ERROR_CODES> codes;
 std::array<unsigned char, 64> text;
 
-INSTANTIATE_TEST_SUITE_P(
-    EveryChipFunction, ChipFailureTest,
-    ::testing::Values(
-        chip("rumo_get_device_temperature", "tavo_get_device_temperature",
-             [] { return tavo_get_device_temperature(kCard, 0, &i32); }),
-        chip("rumo_get_device_voltage", "tavo_get_device_voltage",
-             [] { return tavo_get_device_voltage(kCard, 0, &u32); }),
-        chip("rumo_get_device_power_info", "tavo_get_device_power_info",
-             [] { return tavo_get_device_power_info(kCard, 0, &u32); }),
-        chip("rumo_get_device_frequency", "tavo_get_device_frequency",
-             [] { return tavo_get_device_frequency(kCard, 0, 1, &u32); }),
-        chip("rumo_get_device_utilization_rate", "tavo_get_device_utilization_rate",
-             [] { return tavo_get_device_utilization_rate(kCard, 0, 1, &u32); }),
-        chip("rumo_get_device_die", "tavo_get_device_die",
-             [] { return tavo_get_device_die(kCard, 0, &die); }),
-        chip("rumo_get_device_ndie", "tavo_get_device_ndie",
-             [] { return tavo_get_device_ndie(kCard, 0, &die); }),
-        chip("rumo_get_aicore_info", "tavo_get_aicore_info",
-             [] { return tavo_get_aicore_info(kCard, 0, &aicore); }),
-        chip("rumo_get_soc_sensor_info", "tavo_get_soc_sensor_info",
-             [] { return tavo_get_soc_sensor_info(kCard, 0, 1, &sensor); }),
-        chip("rumo_get_system_time", "tavo_get_system_time",
-             [] { return tavo_get_system_time(kCard, 0, &u32); }),
-        chip("rumo_get_ecc_info", "tavo_get_ecc_info",
-             [] { return tavo_get_ecc_info(kCard, 0, 0, &ecc); }),
-        chip("rumo_get_user_config", "tavo_get_user_config",
-             [] { return tavo_get_user_config(kCard, 0, "ssh_status", 1, text.data()); }),
-        chip("rumo_clear_user_config", "tavo_clear_user_config",
-             [] { return tavo_clear_user_config(kCard, 0, "ssh_status"); }),
-        chip("rumo_get_device_flash_count", "tavo_get_device_flash_count",
-             [] { return tavo_get_device_flash_count(kCard, 0, &u32); }),
-        chip("rumo_get_device_flash_info", "tavo_get_device_flash_info",
-             [] { return tavo_get_device_flash_info(kCard, 0, 0, &flash); }),
-        chip("rumo_get_memory_info", "tavo_get_memory_info",
-             [] { return tavo_get_memory_info(kCard, 0, &memory); }),
-        chip("rumo_get_hbm_info", "tavo_get_hbm_info",
-             [] { return tavo_get_hbm_info(kCard, 0, &hbm); }),
-        chip("rumo_get_chip_info", "tavo_get_chip_info",
-             [] { return tavo_get_chip_info(kCard, 0, &chip_info); }),
-        chip("rumo_get_board_info", "tavo_get_board_info",
-             [] { return tavo_get_board_info(kCard, 0, &board); }),
-        chip("rumo_get_board_info", "tavo_get_board_id",
-             [] { return tavo_get_board_id(kCard, 0, &u32); }),
-        chip("rumo_get_board_info", "tavo_get_pcb_id",
-             [] { return tavo_get_pcb_id(kCard, 0, &u32); }),
-        chip("rumo_get_pcie_info", "tavo_get_pcie_info",
-             [] { return tavo_get_pcie_info(kCard, 0, &pcie); }),
-        chip("rumo_get_device_health", "tavo_get_device_health",
-             [] { return tavo_get_device_health(kCard, 0, &u32); }),
-        chip("rumo_get_device_errorcode", "tavo_get_device_errorcode",
-             [] { return tavo_get_device_errorcode(kCard, 0, &u32, codes.data(), &u32); }),
-        chip("rumo_query_errorstring", "tavo_get_device_errorinfo",
-             [] { return tavo_get_device_errorinfo(kCard, 0, 1, text.data(), text.size()); }),
-        chip("rumo_get_version", "tavo_get_version",
-             [] {
-                 return tavo_get_version(kCard, 0, reinterpret_cast<char *>(text.data()),
-                                         text.size(), &u32);
-             }),
-        chip("rumo_upgrade_get_component_static_version", "tavo_upgrade_get_xload_static_version",
-             [] {
-                 return tavo_upgrade_get_xload_static_version(kCard, 0, text.data(), text.size(),
-                                                              &u32);
-             })));
+const std::vector<ChipCall> kChipCalls{
+    chip("rumo_get_device_temperature", "tavo_get_device_temperature",
+         [] { return tavo_get_device_temperature(kCard, 0, &i32); }),
+    chip("rumo_get_device_voltage", "tavo_get_device_voltage",
+         [] { return tavo_get_device_voltage(kCard, 0, &u32); }),
+    chip("rumo_get_device_power_info", "tavo_get_device_power_info",
+         [] { return tavo_get_device_power_info(kCard, 0, &u32); }),
+    chip("rumo_get_device_frequency", "tavo_get_device_frequency",
+         [] { return tavo_get_device_frequency(kCard, 0, 1, &u32); }),
+    chip("rumo_get_device_utilization_rate", "tavo_get_device_utilization_rate",
+         [] { return tavo_get_device_utilization_rate(kCard, 0, 1, &u32); }),
+    chip("rumo_get_device_die", "tavo_get_device_die",
+         [] { return tavo_get_device_die(kCard, 0, &die); }),
+    chip("rumo_get_device_ndie", "tavo_get_device_ndie",
+         [] { return tavo_get_device_ndie(kCard, 0, &die); }),
+    chip("rumo_get_aicore_info", "tavo_get_aicore_info",
+         [] { return tavo_get_aicore_info(kCard, 0, &aicore); }),
+    chip("rumo_get_soc_sensor_info", "tavo_get_soc_sensor_info",
+         [] { return tavo_get_soc_sensor_info(kCard, 0, 1, &sensor); }),
+    chip("rumo_get_system_time", "tavo_get_system_time",
+         [] { return tavo_get_system_time(kCard, 0, &u32); }),
+    chip("rumo_get_ecc_info", "tavo_get_ecc_info",
+         [] { return tavo_get_ecc_info(kCard, 0, 0, &ecc); }),
+    chip("rumo_get_user_config", "tavo_get_user_config",
+         [] { return tavo_get_user_config(kCard, 0, "ssh_status", 1, text.data()); }),
+    chip("rumo_clear_user_config", "tavo_clear_user_config",
+         [] { return tavo_clear_user_config(kCard, 0, "ssh_status"); }),
+    chip("rumo_get_device_flash_count", "tavo_get_device_flash_count",
+         [] { return tavo_get_device_flash_count(kCard, 0, &u32); }),
+    chip("rumo_get_device_flash_info", "tavo_get_device_flash_info",
+         [] { return tavo_get_device_flash_info(kCard, 0, 0, &flash); }),
+    chip("rumo_get_memory_info", "tavo_get_memory_info",
+         [] { return tavo_get_memory_info(kCard, 0, &memory); }),
+    chip("rumo_get_hbm_info", "tavo_get_hbm_info",
+         [] { return tavo_get_hbm_info(kCard, 0, &hbm); }),
+    chip("rumo_get_chip_info", "tavo_get_chip_info",
+         [] { return tavo_get_chip_info(kCard, 0, &chip_info); }),
+    chip("rumo_get_board_info", "tavo_get_board_info",
+         [] { return tavo_get_board_info(kCard, 0, &board); }),
+    chip("rumo_get_board_info", "tavo_get_board_id",
+         [] { return tavo_get_board_id(kCard, 0, &u32); }),
+    chip("rumo_get_board_info", "tavo_get_pcb_id", [] { return tavo_get_pcb_id(kCard, 0, &u32); }),
+    chip("rumo_get_pcie_info", "tavo_get_pcie_info",
+         [] { return tavo_get_pcie_info(kCard, 0, &pcie); }),
+    chip("rumo_get_device_health", "tavo_get_device_health",
+         [] { return tavo_get_device_health(kCard, 0, &u32); }),
+    chip("rumo_get_device_errorcode", "tavo_get_device_errorcode",
+         [] { return tavo_get_device_errorcode(kCard, 0, &u32, codes.data(), &u32); }),
+    chip("rumo_query_errorstring", "tavo_get_device_errorinfo",
+         [] { return tavo_get_device_errorinfo(kCard, 0, 1, text.data(), text.size()); }),
+    chip("rumo_get_version", "tavo_get_version",
+         [] {
+             return tavo_get_version(kCard, 0, reinterpret_cast<char *>(text.data()), text.size(),
+                                     &u32);
+         }),
+    chip("rumo_upgrade_get_component_static_version", "tavo_upgrade_get_xload_static_version", [] {
+        return tavo_upgrade_get_xload_static_version(kCard, 0, text.data(), text.size(), &u32);
+    })};
+
+INSTANTIATE_TEST_SUITE_P(EveryChipFunction, ChipFailureTest, ::testing::ValuesIn(kChipCalls));
+
+// A record names the line of the chip function that reports it, so no two chip
+// functions share one.
+TEST_F(QueryTest, EachChipFunctionReportsItsOwnLine) {
+    std::set<int> lines;
+    for (const ChipCall &c : kChipCalls) {
+        remove_logs();
+        ASSERT_EQ(rumo_sim_fail_next(c.rumo_name, 1, 33), 0);
+        ASSERT_EQ(c.call(), -1);
+        std::vector<LogRecord> records = read_log(kErrLog);
+        ASSERT_EQ(records.size(), 1u) << c.function;
+        EXPECT_TRUE(lines.insert(message_line(records[0])).second)
+            << c.function << " shares its line: " << records[0].message;
+    }
+}
 
 TEST_F(QueryTest, UnknownChipIsReportedByTheLogicIdLookup) {
     uint32_t voltage = 0;

@@ -4,7 +4,9 @@
 #include <array>
 #include <filesystem>
 #include <functional>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "api_fixture.h"
 #include "tavo/tavo_kite.h"
@@ -77,121 +79,126 @@ rumo_hbm_info hbm;
 rumo_chip_info chip;
 rumo_board_info board;
 rumo_pcie_info pcie;
-std::array<uint32_t, 64> codes;
+std::array<unsigned char, TAVO_ERROR_CODE_BUFFER_SIZE> codes;
 std::array<unsigned char, 256> text;
 
 Route route(const char *wrapper, std::function<int(uint32_t)> call, O chip_outcome, O mcu, O kite) {
     return {wrapper, std::move(call), {chip_outcome, mcu, kite}};
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    EveryRouter, RoutingTest,
-    ::testing::Values(
-        route(
-            "tavo_get_temperature_api",
-            [](uint32_t d) { return tavo_get_temperature_api(0, d, &i32); }, O::kOk,
-            O::kBackendFailure, O::kNotSupported),
-        route(
-            "tavo_get_voltage_api", [](uint32_t d) { return tavo_get_voltage_api(0, d, &u32); },
-            O::kOk, O::kBackendFailure, O::kNotSupported),
-        route(
-            "tavo_get_power_info_api",
-            [](uint32_t d) { return tavo_get_power_info_api(0, d, &u32); }, O::kOk,
-            O::kBackendFailure, O::kNotSupported),
-        route(
-            "tavo_get_device_frequency_api",
-            [](uint32_t d) { return tavo_get_device_frequency_api(0, d, 1, &u32); }, O::kOk,
-            O::kNotSupported, O::kOk),
-        route(
-            "tavo_get_device_utilization_rate_api",
-            [](uint32_t d) { return tavo_get_device_utilization_rate_api(0, d, 1, &u32); }, O::kOk,
-            O::kNotSupported, O::kNotSupported),
-        route(
-            "tavo_get_device_die_api",
-            [](uint32_t d) { return tavo_get_device_die_api(0, d, &die); }, O::kOk,
-            O::kNotSupported, O::kBackendFailure),
-        route(
-            "tavo_get_device_ndie_api",
-            [](uint32_t d) { return tavo_get_device_ndie_api(0, d, &die); }, O::kOk, O::kRefused,
-            O::kRefused),
-        route(
-            "tavo_get_aicore_info_api",
-            [](uint32_t d) { return tavo_get_aicore_info_api(0, d, &aicore); }, O::kOk, O::kRefused,
-            O::kRefused),
-        route(
-            "tavo_get_soc_sensor_api",
-            [](uint32_t d) { return tavo_get_soc_sensor_api(0, d, 0, &sensor); }, O::kOk,
-            O::kRefused, O::kRefused),
-        route(
-            "tavo_get_system_time_api",
-            [](uint32_t d) { return tavo_get_system_time_api(0, d, &u32); }, O::kOk, O::kRefused,
-            O::kRefused),
-        route(
-            "tavo_get_ecc_info_api",
-            [](uint32_t d) { return tavo_get_ecc_info_api(0, d, 0, &ecc); }, O::kOk,
-            O::kNotSupported, O::kNotSupported),
-        route(
-            "tavo_get_user_config_api",
-            [](uint32_t d) { return tavo_get_user_config_api(0, d, "ssh_status", 1, text.data()); },
-            O::kOk, O::kRefused, O::kRefused),
-        route(
-            "tavo_clear_user_config_api",
-            [](uint32_t d) { return tavo_clear_user_config_api(0, d, "ssh_status"); }, O::kOk,
-            O::kRefused, O::kRefused),
-        route(
-            "tavo_get_device_flash_count_api",
-            [](uint32_t d) { return tavo_get_device_flash_count_api(0, d, &u32); }, O::kOk,
-            O::kNotSupported, O::kNotSupported),
-        route(
-            "tavo_get_device_flash_info_api",
-            [](uint32_t d) { return tavo_get_device_flash_info_api(0, d, 0, &flash); }, O::kOk,
-            O::kNotSupported, O::kNotSupported),
-        route(
-            "tavo_get_memory_info_api",
-            [](uint32_t d) { return tavo_get_memory_info_api(0, d, &memory); }, O::kOk,
-            O::kNotSupported, O::kOk),
-        route(
-            "tavo_get_hbm_info_api", [](uint32_t d) { return tavo_get_hbm_info_api(0, d, &hbm); },
-            O::kOk, O::kRefused, O::kRefused),
-        route(
-            "tavo_get_chip_info_api",
-            [](uint32_t d) { return tavo_get_chip_info_api(0, d, &chip); }, O::kOk, O::kOk, O::kOk),
-        route(
-            "tavo_get_board_info_api",
-            [](uint32_t d) { return tavo_get_board_info_api(0, d, &board); }, O::kOk,
-            O::kBackendFailure, O::kBackendFailure),
-        route(
-            "tavo_get_board_id_api", [](uint32_t d) { return tavo_get_board_id_api(0, d, &u32); },
-            O::kOk, O::kBackendFailure, O::kNotSupported),
-        route(
-            "tavo_get_pcb_id_api", [](uint32_t d) { return tavo_get_pcb_id_api(0, d, &u32); },
-            O::kOk, O::kBackendFailure, O::kNotSupported),
-        route(
-            "tavo_get_pcie_info_api",
-            [](uint32_t d) { return tavo_get_pcie_info_api(0, d, &pcie); }, O::kBackendFailure,
-            O::kRefused, O::kRefused),
-        route(
-            "tavo_get_health_api", [](uint32_t d) { return tavo_get_health_api(0, d, &u32); },
-            O::kOk, O::kBackendFailure, O::kOk),
-        route(
-            "tavo_get_firmware_version_api",
-            [](uint32_t d) {
-                return tavo_get_firmware_version_api(0, d, text.data(), text.size(), &u32);
-            },
-            O::kOk, O::kBackendFailure, O::kNotSupported),
-        route(
-            "tavo_get_device_errorcode_api",
-            [](uint32_t d) {
-                return tavo_get_device_errorcode_api(0, d, &u32, codes.data(), &u32);
-            },
-            O::kOk, O::kBackendFailure, O::kBackendFailure),
-        route(
-            "tavo_get_device_errorinfo_api",
-            [](uint32_t d) {
-                return tavo_get_device_errorinfo_api(0, d, 1, text.data(), text.size());
-            },
-            O::kBackendFailure, O::kNotSupported, O::kNotSupported)),
-    [](const auto &param_info) { return std::string(param_info.param.wrapper); });
+const std::vector<Route> kRoutes{
+    route(
+        "tavo_get_temperature_api", [](uint32_t d) { return tavo_get_temperature_api(0, d, &i32); },
+        O::kOk, O::kBackendFailure, O::kNotSupported),
+    route(
+        "tavo_get_voltage_api", [](uint32_t d) { return tavo_get_voltage_api(0, d, &u32); }, O::kOk,
+        O::kBackendFailure, O::kNotSupported),
+    route(
+        "tavo_get_power_info_api", [](uint32_t d) { return tavo_get_power_info_api(0, d, &u32); },
+        O::kOk, O::kBackendFailure, O::kNotSupported),
+    route(
+        "tavo_get_device_frequency_api",
+        [](uint32_t d) { return tavo_get_device_frequency_api(0, d, 1, &u32); }, O::kOk,
+        O::kNotSupported, O::kOk),
+    route(
+        "tavo_get_device_utilization_rate_api",
+        [](uint32_t d) { return tavo_get_device_utilization_rate_api(0, d, 1, &u32); }, O::kOk,
+        O::kNotSupported, O::kNotSupported),
+    route(
+        "tavo_get_device_die_api", [](uint32_t d) { return tavo_get_device_die_api(0, d, &die); },
+        O::kOk, O::kNotSupported, O::kBackendFailure),
+    route(
+        "tavo_get_device_ndie_api", [](uint32_t d) { return tavo_get_device_ndie_api(0, d, &die); },
+        O::kOk, O::kRefused, O::kRefused),
+    route(
+        "tavo_get_aicore_info_api",
+        [](uint32_t d) { return tavo_get_aicore_info_api(0, d, &aicore); }, O::kOk, O::kRefused,
+        O::kRefused),
+    route(
+        "tavo_get_soc_sensor_api",
+        [](uint32_t d) { return tavo_get_soc_sensor_api(0, d, 0, &sensor); }, O::kOk, O::kRefused,
+        O::kRefused),
+    route(
+        "tavo_get_system_time_api", [](uint32_t d) { return tavo_get_system_time_api(0, d, &u32); },
+        O::kOk, O::kRefused, O::kRefused),
+    route(
+        "tavo_get_ecc_info_api", [](uint32_t d) { return tavo_get_ecc_info_api(0, d, 0, &ecc); },
+        O::kOk, O::kNotSupported, O::kNotSupported),
+    route(
+        "tavo_get_user_config_api",
+        [](uint32_t d) { return tavo_get_user_config_api(0, d, "ssh_status", 1, text.data()); },
+        O::kOk, O::kRefused, O::kRefused),
+    route(
+        "tavo_clear_user_config_api",
+        [](uint32_t d) { return tavo_clear_user_config_api(0, d, "ssh_status"); }, O::kOk,
+        O::kRefused, O::kRefused),
+    route(
+        "tavo_get_device_flash_count_api",
+        [](uint32_t d) { return tavo_get_device_flash_count_api(0, d, &u32); }, O::kOk,
+        O::kNotSupported, O::kNotSupported),
+    route(
+        "tavo_get_device_flash_info_api",
+        [](uint32_t d) { return tavo_get_device_flash_info_api(0, d, 0, &flash); }, O::kOk,
+        O::kNotSupported, O::kNotSupported),
+    route(
+        "tavo_get_memory_info_api",
+        [](uint32_t d) { return tavo_get_memory_info_api(0, d, &memory); }, O::kOk,
+        O::kNotSupported, O::kOk),
+    route(
+        "tavo_get_hbm_info_api", [](uint32_t d) { return tavo_get_hbm_info_api(0, d, &hbm); },
+        O::kOk, O::kRefused, O::kRefused),
+    route(
+        "tavo_get_chip_info_api", [](uint32_t d) { return tavo_get_chip_info_api(0, d, &chip); },
+        O::kOk, O::kOk, O::kOk),
+    route(
+        "tavo_get_board_info_api", [](uint32_t d) { return tavo_get_board_info_api(0, d, &board); },
+        O::kOk, O::kBackendFailure, O::kBackendFailure),
+    route(
+        "tavo_get_board_id_api", [](uint32_t d) { return tavo_get_board_id_api(0, d, &u32); },
+        O::kOk, O::kBackendFailure, O::kNotSupported),
+    route(
+        "tavo_get_pcb_id_api", [](uint32_t d) { return tavo_get_pcb_id_api(0, d, &u32); }, O::kOk,
+        O::kBackendFailure, O::kNotSupported),
+    route(
+        "tavo_get_pcie_info_api", [](uint32_t d) { return tavo_get_pcie_info_api(0, d, &pcie); },
+        O::kBackendFailure, O::kRefused, O::kRefused),
+    route(
+        "tavo_get_health_api", [](uint32_t d) { return tavo_get_health_api(0, d, &u32); }, O::kOk,
+        O::kBackendFailure, O::kOk),
+    route(
+        "tavo_get_firmware_version_api",
+        [](uint32_t d) {
+            return tavo_get_firmware_version_api(0, d, text.data(), text.size(), &u32);
+        },
+        O::kOk, O::kBackendFailure, O::kNotSupported),
+    route(
+        "tavo_get_device_errorcode_api",
+        [](uint32_t d) { return tavo_get_device_errorcode_api(0, d, &u32, codes.data(), &u32); },
+        O::kOk, O::kBackendFailure, O::kBackendFailure),
+    route(
+        "tavo_get_device_errorinfo_api",
+        [](uint32_t d) { return tavo_get_device_errorinfo_api(0, d, 1, text.data(), text.size()); },
+        O::kBackendFailure, O::kNotSupported, O::kNotSupported)};
+
+INSTANTIATE_TEST_SUITE_P(EveryRouter, RoutingTest, ::testing::ValuesIn(kRoutes),
+                         [](const auto &param_info) {
+                             return std::string(param_info.param.wrapper);
+                         });
+
+// A refusal names the line of the router that refuses, so no two routers share one.
+TEST_F(ApiTest, EachRouterReportsItsOwnLine) {
+    constexpr uint32_t kUnknownType = 7;
+    std::set<int> lines;
+    for (const Route &r : kRoutes) {
+        remove_logs();
+        ASSERT_EQ(r.call(kUnknownType), -1) << r.wrapper;
+        std::vector<LogRecord> records = read_log(kErrLog);
+        ASSERT_EQ(records.size(), 1u) << r.wrapper;
+        EXPECT_EQ(message_origin(records[0]), std::string("tavo_drv_api,") + r.wrapper);
+        EXPECT_TRUE(lines.insert(message_line(records[0])).second)
+            << r.wrapper << " shares its line: " << records[0].message;
+    }
+}
 
 }  // namespace
 }  // namespace tavo::test

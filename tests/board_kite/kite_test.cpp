@@ -196,6 +196,10 @@ TEST_F(KiteTest, AlarmLineSplit) {
     EXPECT_EQ(
         tavo_get_alarm_info(many.c_str(), static_cast<int32_t>(many.size()), sections, 6, &count),
         -1);
+
+    // A length beyond the text: the search stops at the terminator.
+    std::vector<char> exact(six.c_str(), six.c_str() + six.size() + 1);
+    EXPECT_EQ(tavo_get_alarm_info(exact.data(), 64, sections, 6, &count), -1);
 }
 
 struct AlarmFileCase {
@@ -237,6 +241,7 @@ INSTANTIATE_TEST_SUITE_P(
         AlarmFileCase{"summary_and_alarm", "0@3@abcd\n7@1@2@3@4@abcd\n", 0, 3, {7}},
         AlarmFileCase{"last_line_without_feed_keeps_four", "0@1@abcd\n8@1@2@3@4@abcde", 0, 1, {8}},
         AlarmFileCase{"last_line_without_feed_too_short", "0@1@abcd\n8@1@2@3@4@abcd", -1, 0, {0}},
+        AlarmFileCase{"last_line_without_feed_ending_in_at", "0@3@abcd@", -1, 0, {}},
         AlarmFileCase{"four_sections_rejected", "0@1@2@abcd\n", -1, 0, {}},
         AlarmFileCase{"short_tail_rejected", "7@1@2@abc\n", -1, 0, {}},
         AlarmFileCase{"empty_lines_skipped", "\n0@2@abcd\n\n", 0, 2, {}},

@@ -226,6 +226,48 @@ TEST_F(LogTest, UnknownLogTypeAndFailedFrames) {
     EXPECT_FALSE(fs::exists(TAVO_MCU_LOG_DIR));
 }
 
+// A first reply may claim a piece longer than a frame: its copy fails and the
+// download goes on from that offset, unless the buffer would be overrun.
+struct FirstPieceCase {
+    const char *name;
+    uint32_t piece;
+    std::size_t log_size;
+    int result;
+};
+
+class FirstPieceTest : public LogTest, public ::testing::WithParamInterface<FirstPieceCase> {};
+
+TEST_P(FirstPieceTest, OverlongFirstPiece) {
+    const FirstPieceCase &c = GetParam();
+    std::vector<uint8_t> log = counting_bytes(c.log_size);
+    set_item(TAVO_MCU_CMD_ERROR_LOG, log);
+    ASSERT_EQ(rumo_sim_mcu_set_piece_length(kMcuCard, TAVO_MCU_CMD_ERROR_LOG, 1, c.piece), 0);
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(tavo_mcu_collect_log(kMcuCard, TAVO_MCU_LOG_ERROR), c.result);
+    (void)::testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(err_logged("tavo_mcu_get_info_by_mini", "call memcpy_s failed.34.\n\r\n"));
+    if (c.result != 0) {
+        EXPECT_TRUE(err_logged("tavo_mcu_collect_log",
+                               "len(" + std::to_string(c.piece) + ") error.\n\r\n"));
+        EXPECT_TRUE(log_files().empty());
+        return;
+    }
+    std::string expected(std::min<std::size_t>(c.piece, c.log_size), '\0');
+    if (c.piece < c.log_size) {
+        expected.append(log.begin() + c.piece, log.end());
+    }
+    std::vector<fs::path> files = log_files();
+    ASSERT_EQ(files.size(), 1u);
+    EXPECT_EQ(read_file(files[0].string()), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Pieces, FirstPieceTest,
+                         ::testing::Values(FirstPieceCase{"RestFollows", 30, 100, 0},
+                                           FirstPieceCase{"LogWithinThePiece", 30, 25, 0},
+                                           FirstPieceCase{"NextFrameEndsTheBuffer", 1004, 1100, 0},
+                                           FirstPieceCase{"NextFrameWouldOverrun", 1005, 1100, -1}),
+                         [](const auto &param_info) { return std::string(param_info.param.name); });
+
 // ---- I2C link check ----
 
 class LinkCheckTest : public McuTest {};

@@ -83,6 +83,14 @@ std::string message_origin(const LogRecord &record) {
     return "";
 }
 
+int message_line(const LogRecord &record) {
+    std::smatch m;
+    if (std::regex_search(record.message, m, prefix_regex())) {
+        return std::stoi(m[3]);
+    }
+    return -1;
+}
+
 bool logged(const std::string &path, std::string_view origin, std::string_view text) {
     bool with_user = path.find("LOG_OP") != std::string::npos;
     for (const auto &r : read_log(path, with_user)) {

@@ -35,6 +35,8 @@ void remove_logs();
 std::string message_text(const LogRecord &record);
 // "file,function" of the prefix, or "" without one.
 std::string message_origin(const LogRecord &record);
+// Source line of the prefix, or -1 without one.
+int message_line(const LogRecord &record);
 
 // True when some record of `path` has origin `origin` ("tavo_drv_api,tavo_init")
 // and text `text` exactly (line ends included).

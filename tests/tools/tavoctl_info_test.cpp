@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <fstream>
 #include <string>
 
 #include "run_command.h"
@@ -78,6 +79,28 @@ TEST(TavoctlQuery, OneReadingAndItsFailures) {
     r = tavoctl("default", {"query", "9", "0", "health"});
     EXPECT_NE(r.status, 0);
     EXPECT_NE(r.err.find("failed"), std::string::npos) << r.err;
+}
+
+// A chip may report 128 codes of 4 bytes; all of them reach the operator.
+TEST(TavoctlQuery, ChipWithTheMostErrorCodesShowsThemAll) {
+    nlohmann::json codes = nlohmann::json::array();
+    for (unsigned i = 1; i <= 128; ++i) {
+        codes.push_back(0x81000000u + i);
+    }
+    nlohmann::json host = {{"cards", {{{"chips", {{{"error_codes", codes}}}}}}}};
+    const std::string path = std::string(TAVOCTL_TEST_SCRATCH) + "/many_codes.json";
+    std::ofstream(path) << host.dump();
+
+    CommandResult r = tavoctl(path, {"--json", "query", "0", "0", "error-codes"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    nlohmann::json shown = nlohmann::json::parse(r.out)["value"];
+    ASSERT_EQ(shown.size(), 128u) << r.out;
+    EXPECT_EQ(shown[127]["code"], 0x81000080u);
+
+    r = tavoctl(path, {"--json", "info"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    nlohmann::json readings = readings_of(nlohmann::json::parse(r.out), 0, 0);
+    ASSERT_EQ(readings["error-codes"].size(), 128u) << r.out;
 }
 
 TEST(TavoctlList, CameraBoardIsReportedAsSuch) {

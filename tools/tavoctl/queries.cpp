@@ -141,7 +141,7 @@ Reading firmware_version(uint32_t card, uint32_t device, uint32_t) {
 }
 
 Reading error_codes(uint32_t card, uint32_t device, uint32_t) {
-    std::array<unsigned char, 256> raw{};
+    std::array<unsigned char, TAVO_ERROR_CODE_BUFFER_SIZE> raw{};
     uint32_t count = 0;
     uint32_t width = 0;
     int status = tavo_get_device_errorcode_api(card, device, &count, raw.data(), &width);

@@ -179,6 +179,29 @@ INSTANTIATE_TEST_SUITE_P(
         MismatchCase{
             16, std::vector<std::string>(3, "\r\nwrite and read not same.iret = 18\r\n\r\n")}));
 
+// A write that reports failure although its piece was verified: a guard the
+// verification never reaches, so its records are checked on their own.
+TEST_F(I2cOperateTest, FailedWriteAfterVerificationIsRefusedWithItsRecords) {
+    const uint8_t data[] = {'a', 'b', 'c'};
+    struct Case {
+        bool page_remainder;
+        const char *first;
+    };
+    for (const Case &c :
+         {Case{true, "write i2c failed(ffffffff). remain_size > write_size_max, slv=0x50\r\n\r\n"},
+          Case{false, "write i2c failed remain_size(3) <= write_size_max(16), slv=0x50\r\n\r\n"}}) {
+        remove_logs();
+        EXPECT_EQ(
+            drivers::refuse_verified_piece({0x50, -1, 0x1f0, data, 3, 3, 16, c.page_remainder}),
+            -1);
+        std::vector<LogRecord> records = read_log(kErrLog);
+        ASSERT_EQ(records.size(), 2u);
+        EXPECT_EQ(message_origin(records[0]), "i2c_operate,DriverI2cEepWrite");
+        EXPECT_EQ(message_text(records[0]), c.first);
+        EXPECT_EQ(message_text(records[1]), "offset=0x1f0, wlen=0x3, ibuffer=abc\r\n");
+    }
+}
+
 TEST_F(I2cOperateTest, DescriptorAfterEachOneShotFunction) {
     uint8_t buffer[4] = {};
     struct Case {
