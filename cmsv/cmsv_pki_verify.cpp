@@ -5,6 +5,7 @@
 // signer is checked through cmsv_pki_verify_cert itself, so the context's depth
 // counter bounds the nesting certificate -> CRL signer -> its CRL signer -> ...
 #include "cmsv/cmsv_pki.h"
+#include "cmsv/cmsv_x509.h"
 #include "tavo/cmsv.h"
 
 namespace {
@@ -48,9 +49,7 @@ uint32_t issuer_test(CmsvVrfCtx *ctx, CmsvCert *cert, CmsvCert *issuer) {
     }
     uint32_t valid = 0;
     const uint32_t rc =
-        cmsv_x509_pkey_verify(ctx, cert->tbsRaw.data, cert->tbsRaw.len, cert->signatureValue.data,
-                              cert->signatureValue.len, &issuer->tbs.subjectPublicKeyInfo.rsaKey,
-                              &cert->signatureAlgorithm, &valid);
+        cmsv_x509_verify_signed_by(ctx, cert, &issuer->tbs.subjectPublicKeyInfo.rsaKey, &valid);
     if (rc != CMSV_OK) {
         return rc;
     }

@@ -1,5 +1,6 @@
 // Certificates and CRLs: decoding, reference counts, the self-signed test, public
 // keys and RSA signature checks through the callback table.
+#include "cmsv/cmsv_x509.h"
 #include "cmsv/cmsv_owned.h"
 #include "tavo/cmsv.h"
 
@@ -155,9 +156,7 @@ TAVO_API uint32_t cmsv_x509_is_self_signed(CmsvVrfCtx *ctx, CmsvCert *cert, uint
     }
     uint32_t valid = 0;
     const uint32_t status =
-        cmsv_x509_pkey_verify(ctx, cert->tbsRaw.data, cert->tbsRaw.len, cert->signatureValue.data,
-                              cert->signatureValue.len, &cert->tbs.subjectPublicKeyInfo.rsaKey,
-                              &cert->signatureAlgorithm, &valid);
+        cmsv_x509_verify_signed_by(ctx, cert, &cert->tbs.subjectPublicKeyInfo.rsaKey, &valid);
     if (status != CMSV_OK) {
         return status;
     }
@@ -189,3 +188,10 @@ TAVO_API const CmsvExtension *cmsv_x509_find_extn_by_aoid(CmsvVrfCtx *ctx,
 }
 
 }  // extern "C"
+
+uint32_t cmsv_x509_verify_signed_by(CmsvVrfCtx *ctx, const CmsvCert *cert,
+                                    const CmsvRsaPublicKey *key, uint32_t *valid) {
+    return cmsv_x509_pkey_verify(ctx, cert->tbsRaw.data, cert->tbsRaw.len,
+                                 cert->signatureValue.data, cert->signatureValue.len, key,
+                                 &cert->signatureAlgorithm, valid);
+}
