@@ -1,8 +1,4 @@
 // A verify context bound to the library's own crypto provider, freed on scope exit.
-//
-//   CmsvTestContext ctx;
-//   ASSERT_TRUE(ctx.ok()) << std::hex << ctx.status();
-//   cmsv_verify_add_cert(ctx.get(), der, len);
 #pragma once
 
 #include <cstdint>

@@ -1,14 +1,15 @@
-// TavoCmsValidateSign end to end: packages built and signed here with the
-// development PKI (the root built into the test library) and a local time-stamp
-// token, then broken one rule at a time. Each case asserts the verdict and the
+// TavoCmsValidateSign end to end: packages signed here with the development PKI and a
+// local time-stamp, broken one rule at a time; each case asserts the verdict and the
 // exact records of the error log.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,43 +32,39 @@ constexpr const char *kApi = "tavo_cms_api,";
 // when it contains a comma) and the exact text.
 using Record = std::pair<std::string, std::string>;
 
-Bytes bytes(const std::string &text) {
-    return Bytes(text.begin(), text.end());
-}
-
 std::string upper(std::string text) {
-    for (char &c : text) {
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    }
+    std::transform(text.begin(), text.end(), text.begin(), [](char c) { return std::toupper(c); });
     return text;
 }
 
-// A header field: 8 hex digits, in upper case on request.
-std::string field(uint32_t value, bool uppercase = false) {
+// A header field: 8 hex digits, or the shortest form, which the header pads with blanks.
+std::string field(uint32_t value, bool shortest = false) {
     char buf[16];
-    std::snprintf(buf, sizeof(buf), uppercase ? "%08X" : "%08x", value);
-    return buf;
+    std::snprintf(buf, sizeof(buf), "%08x", value);
+    std::string text = buf;
+    return shortest ? text.erase(0, text.find_first_not_of('0')) : text;
 }
 
-// The shortest hex form, which the header pads with blanks.
-std::string short_field(uint32_t value) {
-    char buf[16];
-    std::snprintf(buf, sizeof(buf), "%x", value);
-    return buf;
+std::string expand(std::string text, const std::string &digest) {
+    for (auto [mark, value] : {std::pair{"%d", digest}, std::pair{"%D", upper(digest)}}) {
+        for (std::size_t at; (at = text.find(mark)) != std::string::npos;) {
+            text.replace(at, 2, value);
+        }
+    }
+    return text;
 }
 
 class VerifyTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-        pki_ = new pki::DevPki(pki::load_dev_pki(TAVO_DEV_PKI_DIR));
-        payload_ = new Bytes(70000);
-        for (std::size_t i = 0; i < payload_->size(); ++i) {
-            (*payload_)[i] = static_cast<uint8_t>(i * 7 + 3);
+        pki_ = pki::load_dev_pki(TAVO_DEV_PKI_DIR);
+        payload_.resize(70000);
+        for (std::size_t i = 0; i < payload_.size(); ++i) {
+            payload_[i] = static_cast<uint8_t>(i * 7 + 3);
         }
-    }
-    static void TearDownTestSuite() {
-        delete pki_;
-        delete payload_;
+        crls_ = pki_->root_crl;
+        crls_.insert(crls_.end(), pki_->ca_crl.begin(), pki_->ca_crl.end());
+        digest_ = pki::hex(pki::digest("sha256", payload_));
     }
 
     void SetUp() override {
@@ -93,26 +90,17 @@ class VerifyTest : public ::testing::Test {
         return pki::attach_timestamp(cms, token);
     }
 
-    static Bytes crls() {
-        Bytes out = pki_->root_crl;
-        out.insert(out.end(), pki_->ca_crl.begin(), pki_->ca_crl.end());
-        return out;
-    }
-
-    static std::string sha256_hex(const Bytes &data) {
-        return pki::hex(pki::digest("sha256", data));
-    }
-
     // Writes a package and verifies it.
     int32_t verify(const Bytes &package, const std::string &path = kPackage) {
         pki::write_file(path, package);
         return TavoCmsValidateSign(path.c_str());
     }
 
+    // "%d" and "%D" in a record's text stand for the payload's SHA-256 in lower and upper case.
     static void expect_logged(const std::vector<Record> &records) {
         for (const auto &[where, text] : records) {
             std::string origin = where.find(',') == std::string::npos ? kApi + where : where;
-            EXPECT_TRUE(tavo::test::logged(kErrLog, origin, text))
+            EXPECT_TRUE(tavo::test::logged(kErrLog, origin, expand(text, digest_)))
                 << "missing [" << origin << "]: " << text;
         }
     }
@@ -125,34 +113,30 @@ class VerifyTest : public ::testing::Test {
 
     static inline const std::string kDir = "/tmp/upgrade-test";
     static inline const std::string kPackage = kDir + "/package.bin";
-    static inline pki::DevPki *pki_ = nullptr;
-    static inline Bytes *payload_ = nullptr;
+    static inline std::optional<pki::DevPki> pki_;
+    static inline Bytes payload_, crls_;
+    static inline std::string digest_;
 };
 
-struct GoodCase {
-    const char *what;
-    const char *word;
-    const char *digest;  // of the CMS signature
-    std::size_t payloadSize;
-};
-
-class GoodPackage : public VerifyTest, public ::testing::WithParamInterface<GoodCase> {};
-
-TEST_P(GoodPackage, IsAcceptedWithoutARecord) {
-    const GoodCase &c = GetParam();
-    Bytes payload(payload_->begin(), payload_->begin() + static_cast<long>(c.payloadSize));
-    Bytes list = pki::make_file_list(payload, "firmware.bin", c.word);
-    EXPECT_EQ(verify(pki::make_package(list, sign(list, c.digest), crls(), payload)), 0);
+TEST_F(VerifyTest, GoodPackagesAreAcceptedWithoutARecord) {
+    const struct {
+        const char *word;
+        const char *digest;  // of the CMS signature
+        std::size_t payloadSize;
+    } cases[] = {
+        {"SHA256-Digest", "sha256", 70000},
+        {"SHA384-Digest", "sha384", 4097},
+        {"SHA512-Digest", "sha512", 1},
+        {"SHA256-Digest", "sha256", 0},  // the sections end exactly at the end of the file
+    };
+    for (const auto &c : cases) {
+        Bytes payload(payload_.begin(), payload_.begin() + static_cast<long>(c.payloadSize));
+        Bytes list = pki::make_file_list(payload, "firmware.bin", c.word);
+        EXPECT_EQ(verify(pki::make_package(list, sign(list, c.digest), crls_, payload)), 0)
+            << c.word << " " << c.payloadSize;
+    }
     expect_no_errors();
 }
-
-INSTANTIATE_TEST_SUITE_P(Digests, GoodPackage,
-                         ::testing::Values(GoodCase{"sha256", "SHA256-Digest", "sha256", 70000},
-                                           GoodCase{"sha384", "SHA384-Digest", "sha384", 4097},
-                                           GoodCase{"sha512", "SHA512-Digest", "sha512", 1},
-                                           // the sections end exactly at the end of the file
-                                           GoodCase{"empty_payload", "SHA256-Digest", "sha256", 0}),
-                         [](const auto &p) { return std::string(p.param.what); });
 
 struct ListCase {
     const char *what;
@@ -162,26 +146,14 @@ struct ListCase {
     std::vector<Record> records;  // "%d" and "%D": the digest in lower and upper case
 };
 
-std::string expand(std::string text, const std::string &digest) {
-    for (auto [mark, value] : {std::pair{"%d", digest}, std::pair{"%D", upper(digest)}}) {
-        for (std::size_t at; (at = text.find(mark)) != std::string::npos;) {
-            text.replace(at, 2, value);
-        }
-    }
-    return text;
-}
-
 class FileListRules : public VerifyTest, public ::testing::WithParamInterface<ListCase> {};
 
 TEST_P(FileListRules, DecideTheChecksumStage) {
     const ListCase &c = GetParam();
-    std::string digest = sha256_hex(*payload_);
-    Bytes list = bytes(expand(c.list, digest));
-    EXPECT_EQ(verify(pki::make_package(list, sign(list), crls(), *payload_)), c.verdict);
-    std::vector<Record> records;
-    for (const auto &[where, text] : c.records) {
-        records.emplace_back(where, expand(text, digest));
-    }
+    const std::string listText = expand(c.list, digest_);
+    Bytes list(listText.begin(), listText.end());
+    EXPECT_EQ(verify(pki::make_package(list, sign(list), crls_, payload_)), c.verdict);
+    std::vector<Record> records = c.records;
     if (c.verdict != 0) {
         records.emplace_back("TavoCmsValidateSign",
                              "Verify file checksum failed, ret = -1\r\n\r\n");
@@ -194,54 +166,40 @@ TEST_P(FileListRules, DecideTheChecksumStage) {
 
 const std::string kLine256(256, 'x');
 
+ListCase Row(const char *what, std::string list, std::vector<Record> records = {}) {
+    return ListCase{what, std::move(list), records.empty() ? 0 : -1, std::move(records)};
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Cases, FileListRules,
     ::testing::Values(
         // digests compare as text: uppercase hex fails
-        ListCase{"uppercase",
-                 "Name: a\nSHA256-Digest: %D\n",
-                 -1,
-                 {{"VerifyFileChecksum", "checksum in file list : SHA256-Digest : %D\r\n\r\n"},
-                  {"VerifyFileChecksum", "checksum of real file : SHA256-Digest : %d\r\n\r\n"}}},
-        ListCase{"trailing_cr",
-                 "Name: a\nSHA256-Digest: %d\r\n",
-                 -1,
-                 {{"VerifyFileChecksum", "checksum in file list : SHA256-Digest : %d\r\r\n\r\n"}}},
-        ListCase{"unknown_word",
-                 "Name: a\nSHA1-Digest: %d\n",
-                 -1,
-                 {{"DigestAlgorithmStrToId", "Wrong digest algorithm : SHA1-Digest\r\n\r\n"},
-                  {"upgrade_cmsv_callback,CvbMdInitImpl",
-                   "Undefined hash algorithm : hash_algo = 0\r\n\r\n"},
-                  {"CalUpFileMd", "init md context error, ret = -1\r\n.\r\n"},
-                  {"VerifyFileChecksum", "CalUpFileMd failed, ret = -1\r\n\r\n"}}},
+        Row("uppercase", "Name: a\nSHA256-Digest: %D\n",
+            {{"VerifyFileChecksum", "checksum in file list : SHA256-Digest : %D\r\n\r\n"},
+             {"VerifyFileChecksum", "checksum of real file : SHA256-Digest : %d\r\n\r\n"}}),
+        Row("trailing_cr", "Name: a\nSHA256-Digest: %d\r\n",
+            {{"VerifyFileChecksum", "checksum in file list : SHA256-Digest : %d\r\r\n\r\n"}}),
+        Row("unknown_word", "Name: a\nSHA1-Digest: %d\n",
+            {{"DigestAlgorithmStrToId", "Wrong digest algorithm : SHA1-Digest\r\n\r\n"},
+             {"upgrade_cmsv_callback,CvbMdInitImpl",
+              "Undefined hash algorithm : hash_algo = 0\r\n\r\n"},
+             {"CalUpFileMd", "init md context error, ret = -1\r\n.\r\n"},
+             {"VerifyFileChecksum", "CalUpFileMd failed, ret = -1\r\n\r\n"}}),
         // only the first 13 characters of the word count
-        ListCase{"longer_word", "Name: a\nSHA256-Digest-v2: %d\n", 0, {}},
+        Row("longer_word", "Name: a\nSHA256-Digest-v2: %d\n"),
         // lines before the first "Name: " are skipped, up to 256 characters each
-        ListCase{
-            "line_of_256", "Manifest: 1\n" + kLine256 + "\nName: a\nSHA256-Digest: %d\n", 0, {}},
-        ListCase{"line_of_257",
-                 kLine256 + "x\nName: a\nSHA256-Digest: %d\n",
-                 -1,
-                 {{"ReadUpFileLine", "Line too long.\r\n\r\n"},
-                  {"VerifyFileChecksum", "ReadUpFileLine failed, ret = -1\r\n\r\n"}}},
+        Row("line_of_256", "Manifest: 1\n" + kLine256 + "\nName: a\nSHA256-Digest: %d\n"),
+        Row("line_of_257", kLine256 + "x\nName: a\nSHA256-Digest: %d\n",
+            {{"ReadUpFileLine", "Line too long.\r\n\r\n"},
+             {"VerifyFileChecksum", "ReadUpFileLine failed, ret = -1\r\n\r\n"}}),
         // only the first entry counts
-        ListCase{"second_entry_ignored",
-                 "Name: a\nSHA256-Digest: %d\nName: b\nSHA256-Digest: 00\n",
-                 0,
-                 {}},
-        ListCase{"no_name_line",
-                 "name: a\nSHA256-Digest: %d\n",
-                 -1,
-                 {{"VerifyFileChecksum", "File list wrong : can't find digest.\r\n\r\n"}}},
-        ListCase{"no_colon",
-                 "Name: a\nSHA256-Digest %d\n",
-                 -1,
-                 {{"VerifyFileChecksum", "strchr buf[SHA256-Digest %d] failed.\r\n\r\n"}}},
-        ListCase{"empty_digest",
-                 "Name: a\nSHA256-Digest:\n",
-                 -1,
-                 {{"VerifyFileChecksum", "Hash value is null\r\n\r\n"}}}),
+        Row("second_entry_ignored", "Name: a\nSHA256-Digest: %d\nName: b\nSHA256-Digest: 00\n"),
+        Row("no_name_line", "name: a\nSHA256-Digest: %d\n",
+            {{"VerifyFileChecksum", "File list wrong : can't find digest.\r\n\r\n"}}),
+        Row("no_colon", "Name: a\nSHA256-Digest %d\n",
+            {{"VerifyFileChecksum", "strchr buf[SHA256-Digest %d] failed.\r\n\r\n"}}),
+        Row("empty_digest", "Name: a\nSHA256-Digest:\n",
+            {{"VerifyFileChecksum", "Hash value is null\r\n\r\n"}})),
     [](const auto &p) { return std::string(p.param.what); });
 
 // Lengths of a well-formed package's sections, for header rows.
@@ -258,134 +216,142 @@ Fields canonical(const Sections &s) {
 struct HeaderCase {
     const char *what;
     std::function<void(Fields &, const Sections &)> edit;  // applied to the canonical header
-    std::function<std::vector<Record>(const Sections &)> records;  // none: accepted
+    std::vector<Record> records;  // none: accepted; "%L" "%S" "%C" "%T": lengths, see below
 };
 
 // What a header with the wrong file count or ids leaves in the log.
-std::vector<Record> dump(uint32_t id3, const Sections &s) {
-    char text[256];
-    std::snprintf(text, sizeof(text),
-                  "file_num = 3 file1_id = 1 file_list_len = %u file2_id = 2 cms_sign_len = %u "
-                  "file3_id = %u crl_file_len = %u\r\n\r\n",
-                  s.list, s.sign, id3, s.crl);
-    return {{"CheckCmsFileInfo", "Check cmsFileInfo failed.\r\n\r\n"},
-            {"CheckCmsFileInfo", text},
-            {"TavoCmsValidateSign", "CheckCmsFileInfo failed.\r\n\r\n"}};
+std::vector<Record> dump(const std::string &id3, std::vector<Record> more = {}) {
+    std::vector<Record> r{{"CheckCmsFileInfo", "Check cmsFileInfo failed.\r\n\r\n"},
+                          {"CheckCmsFileInfo",
+                           "file_num = 3 file1_id = 1 file_list_len = %L file2_id = 2 cms_sign_len "
+                           "= %S file3_id = " +
+                               id3 + " crl_file_len = %C\r\n\r\n"},
+                          {"TavoCmsValidateSign", "CheckCmsFileInfo failed.\r\n\r\n"}};
+    r.insert(r.end(), more.begin(), more.end());
+    return r;
 }
 
 class HeaderRules : public VerifyTest, public ::testing::WithParamInterface<HeaderCase> {};
 
 TEST_P(HeaderRules, DecideTheHeaderStage) {
     const HeaderCase &c = GetParam();
-    Bytes list = pki::make_file_list(*payload_);
+    Bytes list = pki::make_file_list(payload_);
     Bytes cms = sign(list);
-    Bytes good = pki::make_package(list, cms, crls(), *payload_);
+    Bytes good = pki::make_package(list, cms, crls_, payload_);
     Sections s{static_cast<uint32_t>(list.size()), static_cast<uint32_t>(cms.size()),
-               static_cast<uint32_t>(crls().size()), static_cast<uint32_t>(good.size())};
+               static_cast<uint32_t>(crls_.size()), static_cast<uint32_t>(good.size())};
     Fields fields = canonical(s);
     c.edit(fields, s);
     Bytes package = pki::encode_header_text(fields);
     package.insert(package.end(), good.begin() + pki::kPackageHeaderSize, good.end());
-    EXPECT_EQ(verify(package), c.records ? -1 : 0);
-    if (c.records) {
-        expect_logged(c.records(s));
-    } else {
+    EXPECT_EQ(verify(package), c.records.empty() ? 0 : -1);
+    // %R: the bytes left for the CRL after the 56-byte header; %W: one less than the CRL field.
+    const std::pair<const char *, uint32_t> marks[] = {{"%L", s.list},
+                                                       {"%S", s.sign},
+                                                       {"%C", s.crl},
+                                                       {"%T", s.total},
+                                                       {"%R", s.total - 56 - s.list - s.sign},
+                                                       {"%W", s.total - s.list - s.sign - 1}};
+    std::vector<Record> records = c.records;
+    for (auto &[where, text] : records) {
+        for (const auto &[mark, value] : marks) {
+            for (std::size_t at; (at = text.find(mark)) != std::string::npos;) {
+                text.replace(at, 2, std::to_string(value));
+            }
+        }
+    }
+    expect_logged(records);
+    if (c.records.empty()) {
         expect_no_errors();
     }
 }
+
+const Record kSignFailed{"TavoCmsValidateSign", "Verify file sign failed, ret = -1\r\n\r\n"};
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, HeaderRules,
     ::testing::Values(
         HeaderCase{"uppercase_hex",
                    [](Fields &f, const Sections &s) {
-                       f[2] = field(s.list, true);
-                       f[4] = field(s.sign, true);
+                       f[2] = upper(field(s.list));
+                       f[4] = upper(field(s.sign));
                    },
-                   nullptr},
+                   {}},
         // the scan stops at the first non-hex character
         HeaderCase{"padded_fields",
                    [](Fields &f, const Sections &s) {
                        f[0] = "3z";
-                       f[2] = short_field(s.list);
-                       f[4] = short_field(s.sign) + "g";
+                       f[2] = field(s.list, true);
+                       f[4] = field(s.sign, true) + "g";
                    },
-                   nullptr},
-        HeaderCase{"ids_1_2_4", [](Fields &f, const Sections &) { f[5] = "00000004"; },
-                   [](const Sections &s) { return dump(4, s); }},
+                   {}},
+        HeaderCase{"ids_1_2_4", [](Fields &f, const Sections &) { f[5] = "00000004"; }, dump("4")},
         // blanks only: the scan's input failure is logged and the field stays 0
         HeaderCase{"blank_field", [](Fields &f, const Sections &) { f[5] = ""; },
-                   [](const Sections &s) {
-                       std::vector<Record> r = dump(0, s);
-                       r.emplace_back("TavoCmsReadCmsFileInfoItem",
-                                      "call sscanf_s failed.-1.\n\r\n");
-                       return r;
-                   }},
+                   dump("0", {{"TavoCmsReadCmsFileInfoItem", "call sscanf_s failed.-1.\n\r\n"}})},
         // the three lengths reach the file length (the header is not counted)
         HeaderCase{"sections_fill_file",
                    [](Fields &f, const Sections &s) { f[6] = field(s.total - s.list - s.sign); },
-                   [](const Sections &s) {
-                       return std::vector<Record>{
-                           {"TavoCmsValidateSign", "File length is too short : fileLength = " +
-                                                       std::to_string(s.total) + "\r\n\r\n"}};
-                   }},
+                   {{"TavoCmsValidateSign", "File length is too short : fileLength = %T\r\n\r\n"}}},
         // one byte less passes the length check; the CRL read then runs short
         HeaderCase{
             "sections_one_short",
             [](Fields &f, const Sections &s) { f[6] = field(s.total - s.list - s.sign - 1); },
-            [](const Sections &s) {
-                std::string left = std::to_string(s.total - 56 - s.list - s.sign);
-                std::string wanted = std::to_string(s.total - s.list - s.sign - 1);
-                return std::vector<Record>{
-                    {"TavoCmsReadBuffFromFile",
-                     "count(" + left + ") err. len_curr(" + wanted + ").\r\n"},
-                    {"VerifyFileSign", "read_cms_file_content failed, ret = -1\r\n\r\n"},
-                    {"TavoCmsValidateSign", "Verify file sign failed, ret = -1\r\n\r\n"}};
-            }}),
+            {{"TavoCmsReadBuffFromFile", "count(%R) err. len_curr(%W).\r\n"},
+             {"VerifyFileSign", "read_cms_file_content failed, ret = -1\r\n\r\n"},
+             kSignFailed}}),
     [](const auto &p) { return std::string(p.param.what); });
 
-TEST_F(VerifyTest, ChangedPayloadFailsAtTheChecksum) {
-    Bytes list = pki::make_file_list(*payload_);
-    Bytes package = pki::make_package(list, sign(list), crls(), *payload_);
-    package[package.size() - 100] ^= 0x20;
-    EXPECT_EQ(verify(package), -1);
-    expect_logged({{"VerifyFileChecksum", "checksum in file list : SHA256-Digest : " +
-                                              sha256_hex(*payload_) + "\r\n\r\n"},
-                   {"TavoCmsValidateSign", "Verify file checksum failed, ret = -1\r\n\r\n"}});
+struct Parts {
+    Bytes list, cms, crls, payload;
+};
+struct BrokenCase {
+    const char *what;
+    void (*breakIt)(Parts &);     // applied after signing
+    std::vector<Record> records;  // "%d": the payload's SHA-256
+};
+
+class BrokenPackage : public VerifyTest, public ::testing::WithParamInterface<BrokenCase> {};
+
+TEST_P(BrokenPackage, FailsAtItsStage) {
+    Parts p{pki::make_file_list(payload_), {}, crls_, payload_};
+    p.cms = sign(p.list);
+    GetParam().breakIt(p);
+    EXPECT_EQ(verify(pki::make_package(p.list, p.cms, p.crls, p.payload)), -1);
+    expect_logged(GetParam().records);
 }
 
-TEST_F(VerifyTest, ChangedFileListFailsAtTheSignature) {
-    Bytes list = pki::make_file_list(*payload_);
-    Bytes cms = sign(list);
-    list[6] = 'X';  // "Name: X..."
-    EXPECT_EQ(verify(pki::make_package(list, cms, crls(), *payload_)), -1);
-    expect_logged({{"VerifyFileSign", "verify signature not match.\n\r\n"},
-                   {"TavoCmsValidateSign", "Verify file sign failed, ret = -1\r\n\r\n"}});
-}
+const std::string kNoCrl = std::to_string(static_cast<int32_t>(CMSV_ERR_NO_CRL));
 
-TEST_F(VerifyTest, EmptySignatureIsReportedAsAnAllocationFailure) {
-    Bytes list = pki::make_file_list(*payload_);
-    EXPECT_EQ(verify(pki::make_package(list, {}, crls(), *payload_)), -1);
-    expect_logged({{"VerifyDetachSignatureQuick", "malloc failed, cms_sign_len=0.\n\r\n"},
-                   {"VerifyFileSign", "verify signature error, code ffffffff.\r\n"},
-                   {"TavoCmsValidateSign", "Verify file sign failed, ret = -1\r\n\r\n"}});
-}
-
-// Without CRLs no certificate of the signer's chain is covered: the engine refuses
-// the signature with "no CRL covers the certificate".
-TEST_F(VerifyTest, PackageWithoutCrlsFailsAtTheSignature) {
-    Bytes list = pki::make_file_list(*payload_);
-    EXPECT_EQ(verify(pki::make_package(list, sign(list), {}, *payload_)), -1);
-    const std::string code = std::to_string(static_cast<int32_t>(CMSV_ERR_NO_CRL));
-    expect_logged({{"VerifyDetachSignatureQuick",
-                    "cmsv_verify_detach_signature_begin, ret = " + code + "\n\r\n"},
-                   {"VerifyFileSign", "verify signature error, code 88200012.\r\n"},
-                   {"TavoCmsValidateSign", "Verify file sign failed, ret = " + code + "\r\n\r\n"}});
-}
+INSTANTIATE_TEST_SUITE_P(
+    Cases, BrokenPackage,
+    ::testing::Values(
+        BrokenCase{"changed_payload",
+                   [](Parts &p) { p.payload[p.payload.size() - 100] ^= 0x20; },
+                   {{"VerifyFileChecksum", "checksum in file list : SHA256-Digest : %d\r\n\r\n"},
+                    {"TavoCmsValidateSign", "Verify file checksum failed, ret = -1\r\n\r\n"}}},
+        BrokenCase{"changed_file_list",
+                   [](Parts &p) { p.list[6] = 'X'; },  // "Name: X..."
+                   {{"VerifyFileSign", "verify signature not match.\n\r\n"}, kSignFailed}},
+        // an empty signature is reported as an allocation failure
+        BrokenCase{"empty_signature",
+                   [](Parts &p) { p.cms.clear(); },
+                   {{"VerifyDetachSignatureQuick", "malloc failed, cms_sign_len=0.\n\r\n"},
+                    {"VerifyFileSign", "verify signature error, code ffffffff.\r\n"},
+                    kSignFailed}},
+        // without CRLs no certificate of the chain is covered
+        BrokenCase{
+            "no_crls",
+            [](Parts &p) { p.crls.clear(); },
+            {{"VerifyDetachSignatureQuick",
+              "cmsv_verify_detach_signature_begin, ret = " + kNoCrl + "\n\r\n"},
+             {"VerifyFileSign", "verify signature error, code 88200012.\r\n"},
+             {"TavoCmsValidateSign", "Verify file sign failed, ret = " + kNoCrl + "\r\n\r\n"}}}),
+    [](const auto &p) { return std::string(p.param.what); });
 
 TEST_F(VerifyTest, PathLengthLimit) {
-    Bytes list = pki::make_file_list(*payload_);
-    Bytes package = pki::make_package(list, sign(list), crls(), *payload_);
+    Bytes list = pki::make_file_list(payload_);
+    Bytes package = pki::make_package(list, sign(list), crls_, payload_);
     std::string dir = kDir + "/" + std::string(120, 'a') + "/" + std::string(100, 'b');
     fs::create_directories(dir);
     std::string path255 = dir + "/" + std::string(255 - dir.size() - 1, 'p');

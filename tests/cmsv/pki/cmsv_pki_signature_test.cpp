@@ -9,7 +9,7 @@
 namespace pkitest {
 namespace {
 
-using Tweak = std::function<void(Scenario &, const World &)>;
+using Tweak = std::function<void(Scenario &)>;
 
 struct Case {
     const char *name;
@@ -19,49 +19,32 @@ struct Case {
     const char *disagreement;  // why OpenSSL decides otherwise; null when it agrees
 };
 
-pki::Revoked Revoked(const Party &p, std::time_t when, std::optional<int> reason) {
-    return {pki::serial(p.cert), when, reason};
-}
-// A revocation of a party of the world, resolved once the world exists.
-struct Entry {
-    const Party World::*who;
-    std::time_t when;
-    std::optional<int> reason;
-};
-std::vector<pki::Revoked> Resolve(const std::vector<Entry> &entries, const World &w) {
-    std::vector<pki::Revoked> out;
-    for (const Entry &e : entries) {
-        out.push_back(Revoked(w.*e.who, e.when, e.reason));
-    }
-    return out;
-}
 constexpr std::time_t kBefore = kGenTime - 10 * kDay;
 constexpr std::time_t kAfter = kGenTime + 10 * kDay;
 constexpr int kKeyCompromise = 1;
 constexpr int kSuperseded = 4;
 
-// The CA's CRL in the default bundle replaced.
-Tweak CaCrl(std::vector<Entry> entries, std::time_t nextUpdate = 0) {
-    return [=](Scenario &s, const World &w) {
-        s.crlBundle[1] = Crl(w.ca, Resolve(entries, w), false, nextUpdate);
-    };
+pki::Revoked Revoked(const Party &p, std::time_t when, std::optional<int> reason) {
+    return {pki::serial(p.cert), when, reason};
 }
-Tweak RootCrl(std::vector<Entry> entries) {
-    return [=](Scenario &s, const World &w) { s.crlBundle[0] = Crl(w.root, Resolve(entries, w)); };
-}
-std::vector<pki::Revoked> Filler(size_t count);
-Tweak CaCrlFilled(size_t count) {
-    return [=](Scenario &s, const World &w) { s.crlBundle[1] = Crl(w.ca, Filler(count)); };
-}
-Tweak Signer(const Party World::*who) {
-    return [=](Scenario &s, const World &w) { s.signer = &(w.*who); };
-}
+// Revocations of certificates nobody uses.
 std::vector<pki::Revoked> Filler(size_t count) {
     std::vector<pki::Revoked> out;
     for (size_t i = 0; i < count; ++i) {
         out.push_back({Bytes{0x70, static_cast<uint8_t>(i)}, kBefore, kKeyCompromise});
     }
     return out;
+}
+// The default bundle's root (slot 0) or CA (slot 1) CRL replaced by one revoking `who`.
+Tweak Revoke(size_t slot, const Party World::*who, std::time_t when, std::optional<int> reason,
+             std::time_t nextUpdate = 0) {
+    return [=](Scenario &s) {
+        s.crlBundle[slot] = Crl(slot == 0 ? s.w.root : s.w.ca, {Revoked(s.w.*who, when, reason)},
+                                false, nextUpdate);
+    };
+}
+Tweak Signer(const Party World::*who) {
+    return [=](Scenario &s) { s.signer = &(s.w.*who); };
 }
 
 const char *const kByDate =
@@ -70,68 +53,63 @@ const char *const kByDate =
 
 const Case kCases[] = {
     // Shapes that verify.
-    {"Sha256SignedAttrs", [](Scenario &, const World &) {}, CMSV_OK, 1, nullptr},
-    {"Sha384", [](Scenario &s, const World &) { s.sign.digest = "sha384"; }, CMSV_OK, 1, nullptr},
-    {"Sha512", [](Scenario &s, const World &) { s.sign.digest = "sha512"; }, CMSV_OK, 1, nullptr},
-    {"NoSignedAttrs", [](Scenario &s, const World &) { s.sign.signed_attrs = false; }, CMSV_OK, 1,
-     nullptr},
-    {"TokenWithoutSignedAttrs", [](Scenario &s, const World &) { s.ts.signed_attrs = false; },
-     CMSV_OK, 1,
+    {"Sha256SignedAttrs", [](Scenario &) {}, CMSV_OK, 1, nullptr},
+    {"Sha384", [](Scenario &s) { s.sign.digest = "sha384"; }, CMSV_OK, 1, nullptr},
+    {"Sha512", [](Scenario &s) { s.sign.digest = "sha512"; }, CMSV_OK, 1, nullptr},
+    {"NoSignedAttrs", [](Scenario &s) { s.sign.signed_attrs = false; }, CMSV_OK, 1, nullptr},
+    {"TokenWithoutSignedAttrs", [](Scenario &s) { s.ts.signed_attrs = false; }, CMSV_OK, 1,
      "OpenSSL requires the ESS signing-certificate attribute in the token; the engine accepts "
      "a signature directly over TSTInfo"},
-    {"TokenLongSerial", [](Scenario &s, const World &) { s.ts.serial = Bytes(20, 0x7F); }, CMSV_OK,
-     1, nullptr},
-    {"TokenSha512Imprint", [](Scenario &s, const World &) { s.ts.digest = "sha512"; }, CMSV_OK, 1,
-     nullptr},
+    {"TokenLongSerial", [](Scenario &s) { s.ts.serial = Bytes(20, 0x7F); }, CMSV_OK, 1, nullptr},
+    {"TokenSha512Imprint", [](Scenario &s) { s.ts.digest = "sha512"; }, CMSV_OK, 1, nullptr},
     // The CA certificate arrives with the CRLs instead of inside the signature.
     {"CaShippedWithCrls",
-     [](Scenario &s, const World &w) {
-         s.sign.embed = std::vector<const pki::Cert *>{&w.signer.cert};
-         s.crlBundle.push_back(w.ca.der());
+     [](Scenario &s) {
+         s.sign.embed = Certs{&s.w.signer.cert};
+         s.crlBundle.push_back(s.w.ca.der());
      },
      CMSV_OK, 1, nullptr},
     {"SignerExpiredNowValidAtGenTime", Signer(&World::signerExpiredNow), CMSV_OK, 1, nullptr},
-    {"IndirectCrlFromRoot",
-     [](Scenario &s, const World &w) { s.crlBundle[1] = Crl(w.root, {}, true); }, CMSV_OK, 1,
-     "OpenSSL needs -extended_crl for indirect CRLs and still wants the CA's own CRL"},
+    {"IndirectCrlFromRoot", [](Scenario &s) { s.crlBundle[1] = Crl(s.w.root, {}, true); }, CMSV_OK,
+     1, "OpenSSL needs -extended_crl for indirect CRLs and still wants the CA's own CRL"},
 
     // Time-stamp failures.
-    {"NoTimestamp", [](Scenario &s, const World &) { s.timestamp = false; }, CMSV_ERR_PARAM, 0,
+    {"NoTimestamp", [](Scenario &s) { s.timestamp = false; }, CMSV_ERR_PARAM, 0,
      "the engine requires a time-stamp token; OpenSSL cms does not look at it"},
-    {"TokenSha1Imprint", [](Scenario &s, const World &) { s.ts.digest = "sha1"; },
-     CMSV_ERR_TST_HASH, 0, "the engine knows SHA-256/384/512 only"},
-    {"TokenImprintMismatch", [](Scenario &s, const World &) { s.ts.wrong_imprint = true; },
-     CMSV_ERR_TST_IMPRINT, 0, nullptr},
-    {"TokenFractionalGenTime", [](Scenario &s, const World &) { s.ts.fractional_seconds = true; },
+    {"TokenSha1Imprint", [](Scenario &s) { s.ts.digest = "sha1"; }, CMSV_ERR_TST_HASH, 0,
+     "the engine knows SHA-256/384/512 only"},
+    {"TokenImprintMismatch", [](Scenario &s) { s.ts.wrong_imprint = true; }, CMSV_ERR_TST_IMPRINT,
+     0, nullptr},
+    {"TokenFractionalGenTime", [](Scenario &s) { s.ts.fractional_seconds = true; },
      CMSV_ERR_TIME_FORMAT, 0, "the engine reads only the 15-character GeneralizedTime form"},
     {"TokenContentAltered",
-     [](Scenario &s, const World &) { s.tamper = [n = *s.ts.nonce](Bytes &d) { FlipIn(d, n); }; },
+     [](Scenario &s) { s.tamper = [n = *s.ts.nonce](Bytes &d) { FlipIn(d, n); }; },
      CMSV_ERR_TST_SIGNATURE, 0, nullptr},
     {"TokenWithoutSignedAttrsAltered",
-     [](Scenario &s, const World &) {
+     [](Scenario &s) {
          s.ts.signed_attrs = false;
          s.tamper = [n = *s.ts.nonce](Bytes &d) { FlipIn(d, n); };
      },
      CMSV_ERR_TST_SIGNATURE, 0, nullptr},
-    {"TsaWithoutTimeStampingEku", [](Scenario &s, const World &w) { s.tsa = &w.tsaCodeSigning; },
+    {"TsaWithoutTimeStampingEku", [](Scenario &s) { s.tsa = &s.w.tsaCodeSigning; },
      CMSV_ERR_KEY_USAGE, 0, nullptr},
 
     // Structure limits.
-    {"SignerBySubjectKeyId", [](Scenario &s, const World &) { s.sign.signer_by_ski = true; },
+    {"SignerBySubjectKeyId", [](Scenario &s) { s.sign.signer_by_ski = true; },
      CMSV_ERR_PKCS7_DECODE, 0, "the engine identifies signers by issuer and serial only"},
     {"TwoSignerInfos",
-     [](Scenario &s, const World &w) {
-         s.sign.extra_signers = {{&w.signer.cert, &w.signer.key}};
+     [](Scenario &s) {
+         s.sign.extra_signers = {{&s.w.signer.cert, &s.w.signer.key}};
      },
      CMSV_ERR_PKCS7_DECODE, 0, "the engine accepts one SignerInfo at most"},
     {"ThreeEmbeddedCerts",
-     [](Scenario &s, const World &w) {
-         s.sign.embed = std::vector<const pki::Cert *>{&w.signer.cert, &w.ca.cert, &w.tsa.cert};
+     [](Scenario &s) {
+         s.sign.embed = Certs{&s.w.signer.cert, &s.w.ca.cert, &s.w.tsa.cert};
      },
      CMSV_ERR_PKCS7_DECODE, 0, "the engine accepts two embedded certificates at most"},
     {"EmbeddedCertNotASequence",
-     [](Scenario &s, const World &w) {
-         s.tamper = [der = w.signer.der()](Bytes &d) {
+     [](Scenario &s) {
+         s.tamper = [der = s.w.signer.der()](Bytes &d) {
              auto it = std::search(d.begin(), d.end(), der.begin(), der.end());
              ASSERT_NE(it, d.end());
              *it = 0xA1;  // the obsolete extendedCertificate choice
@@ -141,18 +119,17 @@ const Case kCases[] = {
 
     // Signer and chain.
     {"SignerNotFound",
-     [](Scenario &s, const World &w) {
-         s.sign.embed = std::vector<const pki::Cert *>{};
-         s.crlBundle.push_back(w.ca.der());
+     [](Scenario &s) {
+         s.sign.embed = Certs{};
+         s.crlBundle.push_back(s.w.ca.der());
      },
      CMSV_ERR_SIGNER_NOT_FOUND, 0, nullptr},
-    {"TsaNotFound",
-     [](Scenario &s, const World &) { s.ts.embed = std::vector<const pki::Cert *>{}; },
-     CMSV_ERR_SIGNER_NOT_FOUND, 0, nullptr},
-    {"Sha1SignedAttrs", [](Scenario &s, const World &) { s.sign.digest = "sha1"; },
-     CMSV_ERR_SIGNED_ATTRS, 0, "the engine knows SHA-256/384/512 only"},
+    {"TsaNotFound", [](Scenario &s) { s.ts.embed = Certs{}; }, CMSV_ERR_SIGNER_NOT_FOUND, 0,
+     nullptr},
+    {"Sha1SignedAttrs", [](Scenario &s) { s.sign.digest = "sha1"; }, CMSV_ERR_SIGNED_ATTRS, 0,
+     "the engine knows SHA-256/384/512 only"},
     {"Sha1NoSignedAttrs",
-     [](Scenario &s, const World &) {
+     [](Scenario &s) {
          s.sign.digest = "sha1";
          s.sign.signed_attrs = false;
      },
@@ -163,91 +140,86 @@ const Case kCases[] = {
      "the engine reads only the first extended key usage"},
     {"SignerWithoutDigitalSignature", Signer(&World::signerNoDigSig), CMSV_ERR_KEY_USAGE, 0,
      "the engine requires digitalSignature; OpenSSL's CMS verification does not"},
-    {"CaNowhere",
-     [](Scenario &s, const World &w) {
-         s.sign.embed = std::vector<const pki::Cert *>{&w.signer.cert};
-     },
-     CMSV_ERR_NO_ISSUER, 0, nullptr},
-    {"WrongRoot", [](Scenario &s, const World &w) { s.trusted = {w.otherRoot.der()}; },
-     CMSV_ERR_NO_ISSUER, 0, nullptr},
-    {"LookAlikeRoot", [](Scenario &s, const World &w) { s.trusted = {w.lookAlike.der()}; },
-     CMSV_ERR_NO_ISSUER, 0, nullptr},
+    {"CaNowhere", [](Scenario &s) { s.sign.embed = Certs{&s.w.signer.cert}; }, CMSV_ERR_NO_ISSUER,
+     0, nullptr},
+    {"WrongRoot", [](Scenario &s) { s.trusted = {s.w.otherRoot.der()}; }, CMSV_ERR_NO_ISSUER, 0,
+     nullptr},
+    {"LookAlikeRoot", [](Scenario &s) { s.trusted = {s.w.lookAlike.der()}; }, CMSV_ERR_NO_ISSUER, 0,
+     nullptr},
     {"CaWithoutKeyUsageCannotIssue",
-     [](Scenario &s, const World &w) {
-         s.signer = &w.underNoKu;
-         s.sign.embed = std::vector<const pki::Cert *>{&w.underNoKu.cert, &w.caNoKu.cert};
-         s.crlBundle[1] = Crl(w.caNoKu);
+     [](Scenario &s) {
+         s.signer = &s.w.underNoKu;
+         s.sign.embed = Certs{&s.w.underNoKu.cert, &s.w.caNoKu.cert};
+         s.crlBundle[1] = Crl(s.w.caNoKu);
      },
      CMSV_ERR_NO_ISSUER, 0, "OpenSSL lets a CA without keyUsage sign certificates and CRLs"},
 
     // Content and signed attributes.
-    {"ContentAlteredByOneByte", [](Scenario &s, const World &) { s.alterContent = true; }, CMSV_OK,
-     0, nullptr},
+    {"ContentAlteredByOneByte", [](Scenario &s) { s.alterContent = true; }, CMSV_OK, 0, nullptr},
     // The provider answers a signature that does not verify with status -1.
     {"ContentAlteredNoSignedAttrs",
-     [](Scenario &s, const World &) {
+     [](Scenario &s) {
          s.alterContent = true;
          s.sign.signed_attrs = false;
      },
      CMSV_ERR_GENERIC, 0, nullptr},
     {"SignedAttrsAltered",
-     [](Scenario &s, const World &) {
+     [](Scenario &s) {
          s.tamper = [md = pki::digest("sha256", s.content)](Bytes &d) { FlipIn(d, md); };
      },
      CMSV_ERR_SIGNED_ATTRS, 0, nullptr},
 
     // Revocation of the code signer (mode 0: by date whatever the reason).
-    {"SignerSupersededBeforeGenTime", CaCrl({Entry{&World::signer, kBefore, kSuperseded}}),
+    {"SignerSupersededBeforeGenTime", Revoke(1, &World::signer, kBefore, kSuperseded),
      CMSV_ERR_CERT_REVOKED, 0, nullptr},
-    {"SignerSupersededAfterGenTime", CaCrl({Entry{&World::signer, kAfter, kSuperseded}}), CMSV_OK,
+    {"SignerSupersededAfterGenTime", Revoke(1, &World::signer, kAfter, kSuperseded), CMSV_OK, 1,
+     kByDate},
+    {"SignerKeyCompromiseAfterGenTime", Revoke(1, &World::signer, kAfter, kKeyCompromise), CMSV_OK,
      1, kByDate},
-    {"SignerKeyCompromiseBeforeGenTime", CaCrl({Entry{&World::signer, kBefore, kKeyCompromise}}),
-     CMSV_ERR_CERT_REVOKED, 0, nullptr},
-    {"SignerKeyCompromiseAfterGenTime", CaCrl({Entry{&World::signer, kAfter, kKeyCompromise}}),
-     CMSV_OK, 1, kByDate},
-    {"SignerNoReasonAfterGenTime", CaCrl({Entry{&World::signer, kAfter, std::nullopt}}), CMSV_OK, 1,
+    {"SignerNoReasonAfterGenTime", Revoke(1, &World::signer, kAfter, std::nullopt), CMSV_OK, 1,
      kByDate},
     {"SignerTwentiethEntry",
-     [](Scenario &s, const World &w) {
+     [](Scenario &s) {
          auto revoked = Filler(19);
-         revoked.push_back(Revoked(w.signer, kBefore, kSuperseded));
-         s.crlBundle[1] = Crl(w.ca, revoked);
+         revoked.push_back(Revoked(s.w.signer, kBefore, kSuperseded));
+         s.crlBundle[1] = Crl(s.w.ca, revoked);
      },
      CMSV_ERR_CERT_REVOKED, 0, nullptr},
-    {"CrlWithTwentyOneEntries", CaCrlFilled(21), CMSV_ERR_CRL_BUNDLE, 0,
-     "the engine reads at most 20 entries per CRL"},
+    {"CrlWithTwentyOneEntries", [](Scenario &s) { s.crlBundle[1] = Crl(s.w.ca, Filler(21)); },
+     CMSV_ERR_CRL_BUNDLE, 0, "the engine reads at most 20 entries per CRL"},
     {"IndirectCrlRevokesSigner",
-     [](Scenario &s, const World &w) {
-         s.crlBundle[1] = Crl(w.root, {Revoked(w.signer, kBefore, kKeyCompromise)}, true);
+     [](Scenario &s) {
+         s.crlBundle[1] = Crl(s.w.root, {Revoked(s.w.signer, kBefore, kKeyCompromise)}, true);
      },
      CMSV_ERR_CERT_REVOKED, 0, nullptr},
     // Revocation of the TSA (mode 1: anything but reasons 3/4/5 revokes at once).
-    {"TsaKeyCompromiseAfterGenTime", RootCrl({Entry{&World::tsa, kAfter, kKeyCompromise}}),
+    {"TsaKeyCompromiseAfterGenTime", Revoke(0, &World::tsa, kAfter, kKeyCompromise),
      CMSV_ERR_CERT_REVOKED, 0, nullptr},
-    {"TsaNoReasonAfterGenTime", RootCrl({Entry{&World::tsa, kAfter, std::nullopt}}),
-     CMSV_ERR_CERT_REVOKED, 0, nullptr},
-    {"TsaSupersededAfterGenTime", RootCrl({Entry{&World::tsa, kAfter, kSuperseded}}), CMSV_OK, 1,
+    {"TsaNoReasonAfterGenTime", Revoke(0, &World::tsa, kAfter, std::nullopt), CMSV_ERR_CERT_REVOKED,
+     0, nullptr},
+    {"TsaSupersededAfterGenTime", Revoke(0, &World::tsa, kAfter, kSuperseded), CMSV_OK, 1,
      "superseded after genTime leaves the TSA valid at genTime"},
-    {"TsaSupersededBeforeGenTime", RootCrl({Entry{&World::tsa, kBefore, kSuperseded}}),
+    {"TsaSupersededBeforeGenTime", Revoke(0, &World::tsa, kBefore, kSuperseded),
      CMSV_ERR_CERT_REVOKED, 0, nullptr},
     // A CA is revoked at once unless the reason is 3/4/5.
-    {"CaKeyCompromiseAfterGenTime", RootCrl({Entry{&World::ca, kAfter, kKeyCompromise}}),
+    {"CaKeyCompromiseAfterGenTime", Revoke(0, &World::ca, kAfter, kKeyCompromise),
      CMSV_ERR_CERT_REVOKED, 0, nullptr},
-    {"CaSupersededAfterGenTime", RootCrl({Entry{&World::ca, kAfter, kSuperseded}}), CMSV_OK, 1,
+    {"CaSupersededAfterGenTime", Revoke(0, &World::ca, kAfter, kSuperseded), CMSV_OK, 1,
      "superseded after genTime leaves the CA valid at genTime"},
     // Missing and stale CRLs.
-    {"MissingCrlForTsa", [](Scenario &s, const World &w) { s.crlBundle = {Crl(w.ca)}; },
+    {"MissingCrlForTsa", [](Scenario &s) { s.crlBundle = {Crl(s.w.ca)}; }, CMSV_ERR_NO_CRL, 0,
+     nullptr},
+    {"MissingCrlForSigner", [](Scenario &s) { s.crlBundle = {Crl(s.w.root)}; }, CMSV_ERR_NO_CRL, 0,
+     nullptr},
+    {"StaleCrl", [](Scenario &s) { s.crlBundle[1] = Crl(s.w.ca, {}, false, kGenTime - 1); },
      CMSV_ERR_NO_CRL, 0, nullptr},
-    {"MissingCrlForSigner", [](Scenario &s, const World &w) { s.crlBundle = {Crl(w.root)}; },
-     CMSV_ERR_NO_CRL, 0, nullptr},
-    {"StaleCrl", CaCrl({}, kGenTime - 1), CMSV_ERR_NO_CRL, 0, nullptr},
     {"StaleCrlListingSignerStillUsed",
-     CaCrl({Entry{&World::signer, kBefore, kKeyCompromise}}, kGenTime - 1), CMSV_ERR_CERT_REVOKED,
-     0, nullptr},
+     Revoke(1, &World::signer, kBefore, kKeyCompromise, kGenTime - 1), CMSV_ERR_CERT_REVOKED, 0,
+     nullptr},
     {"StaleCrlListingSignerLaterRevocation",
-     CaCrl({Entry{&World::signer, kAfter, kSuperseded}}, kGenTime - 1), CMSV_OK, 1,
+     Revoke(1, &World::signer, kAfter, kSuperseded, kGenTime - 1), CMSV_OK, 1,
      "a stale CRL that lists the certificate is still used; OpenSSL refuses an expired CRL"},
-    {"PemCrl", [](Scenario &s, const World &) { s.pemCrls = true; }, CMSV_ERR_CRL_BUNDLE, 0,
+    {"PemCrl", [](Scenario &s) { s.pemCrls = true; }, CMSV_ERR_CRL_BUNDLE, 0,
      "the engine reads DER only; OpenSSL was given the same CRLs in PEM"},
 };
 
@@ -256,7 +228,7 @@ class SignatureTest : public ::testing::TestWithParam<Case> {};
 TEST_P(SignatureTest, EngineVerdictAndOpenSslOpinion) {
     const Case &c = GetParam();
     Scenario s;
-    c.tweak(s, TheWorld());
+    c.tweak(s);
     const Material m = Build(s);
     if (s.alterContent) {
         s.content[100] ^= 0x01;

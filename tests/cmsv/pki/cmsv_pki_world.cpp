@@ -47,37 +47,31 @@ void MakeTsa(pki::CertSpec &spec) {
 }
 
 World BuildWorld() {
-    const pki::Key rootKey = pki::make_rsa_key(2048);
-    const pki::Key caKey = pki::make_rsa_key(2048);
-    const pki::Key leafKey = pki::make_rsa_key(2048);
-    const pki::Key tsaKey = pki::make_rsa_key(2048);
+    const pki::Key rootKey = pki::make_rsa_key(2048), caKey = pki::make_rsa_key(2048);
+    const pki::Key leafKey = pki::make_rsa_key(2048), tsaKey = pki::make_rsa_key(2048);
     const pki::Key strangerKey = pki::make_rsa_key(2048);
     World w;
     w.root = Make("Tavo Root", 1, nullptr, rootKey, MakeCa);
     w.ca = Make("Tavo Code CA", 0x10, &w.root, caKey, MakeCa);
     w.signer = Make("Tavo Signer", 0x20, &w.ca, leafKey, MakeCodeSigner);
     w.tsa = Make("Tavo TSA", 0x30, &w.root, tsaKey, MakeTsa);
-    w.signerExpiredNow = Make("Tavo Signer", 0x21, &w.ca, leafKey, [](pki::CertSpec &s) {
-        MakeCodeSigner(s);
+    // Code signers under the CA that differ from w.signer in one field.
+    const auto variant = [&](uint8_t serial, std::function<void(pki::CertSpec &)> tweak) {
+        return Make("Tavo Signer", serial, &w.ca, leafKey, [&](pki::CertSpec &s) {
+            MakeCodeSigner(s);
+            tweak(s);
+        });
+    };
+    w.signerExpiredNow = variant(0x21, [](pki::CertSpec &s) {
         s.not_before = pki::utc(2025, 1, 1);
         s.not_after = pki::utc(2026, 6, 1);
     });
-    w.signerNotYet = Make("Tavo Signer", 0x22, &w.ca, leafKey, [](pki::CertSpec &s) {
-        MakeCodeSigner(s);
-        s.not_before = kGenTime + 1;
-    });
-    w.signerExpired = Make("Tavo Signer", 0x23, &w.ca, leafKey, [](pki::CertSpec &s) {
-        MakeCodeSigner(s);
-        s.not_after = kGenTime - 1;
-    });
-    w.signerEkuSecond = Make("Tavo Signer", 0x24, &w.ca, leafKey, [](pki::CertSpec &s) {
-        MakeCodeSigner(s);
+    w.signerNotYet = variant(0x22, [](pki::CertSpec &s) { s.not_before = kGenTime + 1; });
+    w.signerExpired = variant(0x23, [](pki::CertSpec &s) { s.not_after = kGenTime - 1; });
+    w.signerEkuSecond = variant(0x24, [](pki::CertSpec &s) {
         s.eku = {"serverAuth", "codeSigning"};
     });
-    w.signerNoDigSig = Make("Tavo Signer", 0x25, &w.ca, leafKey, [](pki::CertSpec &s) {
-        MakeCodeSigner(s);
-        s.key_usage = pki::kNonRepudiation;
-    });
+    w.signerNoDigSig = variant(0x25, [](pki::CertSpec &s) { s.key_usage = pki::kNonRepudiation; });
     w.tsaCodeSigning = Make("Tavo TSA", 0x31, &w.root, tsaKey, MakeCodeSigner);
     w.otherRoot = Make("Other Root", 1, nullptr, strangerKey, MakeCa);
     w.lookAlike = Make("Tavo Root", 1, nullptr, strangerKey, MakeCa);
@@ -86,21 +80,21 @@ World BuildWorld() {
     return w;
 }
 
-struct TempDir {
-    fs::path path;
-    TempDir() {
-        std::string tmpl = (fs::temp_directory_path() / "cmsv-pki-XXXXXX").string();
-        path = mkdtemp(tmpl.data());
-    }
-    ~TempDir() { fs::remove_all(path); }
-};
-
 // CMSV_PKI_OPENSSL_LOG=file keeps OpenSSL's output for a failing comparison.
 bool Run(const std::string &command) {
     const char *log = std::getenv("CMSV_PKI_OPENSSL_LOG");
     const std::string sink =
         log != nullptr ? " 2>>" + std::string(log) : std::string(" 2>/dev/null");
-    return std::system((command + sink).c_str()) == 0;
+    return std::system((command + sink + " >/dev/null").c_str()) == 0;
+}
+
+bool IsCert(const Bytes &der) {
+    try {
+        pki::parse_cert(der);
+        return true;
+    } catch (const pki::Error &) {
+        return false;
+    }
 }
 
 }  // namespace
@@ -128,8 +122,7 @@ Bytes Concat(const std::vector<Bytes> &parts) {
     return out;
 }
 
-Scenario::Scenario() {
-    const World &w = TheWorld();
+Scenario::Scenario() : w(TheWorld()) {
     signer = &w.signer;
     tsa = &w.tsa;
     ts.gen_time = kGenTime;
@@ -140,7 +133,7 @@ Scenario::Scenario() {
     for (size_t i = 0; i < content.size(); ++i) {
         content[i] = static_cast<uint8_t>(i * 7 + 1);
     }
-    sign.embed = std::vector<const pki::Cert *>{&w.signer.cert, &w.ca.cert};
+    sign.embed = Certs{&w.signer.cert, &w.ca.cert};
 }
 
 Material Build(const Scenario &s) {
@@ -169,7 +162,8 @@ Material Build(const Scenario &s) {
 Verdict RunEngine(const Scenario &s, const Material &m, uint32_t chunk) {
     Bytes crls;  // outlives the context, which points into it
     for (const Bytes &crl : s.crlBundle) {
-        const Bytes part = s.pemCrls ? Pem(crl, "X509 CRL") : crl;
+        const std::string pem = Pem(crl, "X509 CRL");
+        const Bytes part = s.pemCrls ? Bytes(pem.begin(), pem.end()) : crl;
         crls.insert(crls.end(), part.begin(), part.end());
     }
     CmsvTestContext ctx;
@@ -202,52 +196,43 @@ Verdict RunEngine(const Scenario &s, const Material &m, uint32_t chunk) {
 }
 
 bool OpenSslAccepts(const Scenario &s, const Material &m) {
-    TempDir dir;
-    const fs::path &d = dir.path;
-    pki::write_file(d / "sig.der", m.signature);
-    pki::write_file(d / "content.bin", s.content);
-    // Trust anchors and CRLs in one PEM file, as both commands read it.
-    std::ofstream(d / "ca.pem");
-    for (size_t i = 0; i < s.trusted.size(); ++i) {
-        const std::string f = (d / ("trusted" + std::to_string(i) + ".der")).string();
-        pki::write_file(f, s.trusted[i]);
-        Run("openssl x509 -inform DER -in " + f + " >> " + (d / "ca.pem").string());
+    std::string tmpl = (fs::temp_directory_path() / "cmsv-pki-XXXXXX").string();
+    const fs::path d = mkdtemp(tmpl.data());
+    const auto file = [&](const char *name) { return (d / name).string(); };
+    // Trust anchors and CRLs in one PEM file, as both commands read it. OpenSSL 3.0's cms
+    // takes chain certificates only from the message or the trust store; without partial
+    // chains a CA there still needs its root.
+    std::string ca, untrusted;
+    for (const Bytes &der : s.trusted) {
+        ca += Pem(der, "CERTIFICATE");
     }
-    std::ofstream(d / "untrusted.pem");
     for (const Bytes &object : pki::split_der(Concat(s.crlBundle))) {
-        const std::string f = (d / "object.der").string();
-        pki::write_file(f, object);
-        // OpenSSL 3.0's cms takes chain certificates only from the message or the trust
-        // store; without partial chains a CA there still needs its root.
-        if (!Run("openssl crl -inform DER -in " + f + " >> " + (d / "ca.pem").string())) {
-            Run("openssl x509 -inform DER -in " + f + " >> " + (d / "untrusted.pem").string());
-            Run("openssl x509 -inform DER -in " + f + " >> " + (d / "ca.pem").string());
-        }
+        const bool cert = IsCert(object);
+        ca += Pem(object, cert ? "CERTIFICATE" : "X509 CRL");
+        untrusted += cert ? Pem(object, "CERTIFICATE") : "";
     }
-    const std::string at = " -attime " + std::to_string(s.ts.gen_time);
-    const bool haveUntrusted = fs::file_size(d / "untrusted.pem") > 0;
-    const std::string untrusted = haveUntrusted ? (d / "untrusted.pem").string() : "";
-    const std::string cms = "openssl cms -verify -binary -inform DER -in " +
-                            (d / "sig.der").string() + " -content " + (d / "content.bin").string() +
-                            " -CAfile " + (d / "ca.pem").string() +
-                            (haveUntrusted ? " -certfile " + untrusted : "") +
-                            " -purpose any -crl_check_all -out /dev/null" + at + " >/dev/null";
-    if (!Run(cms)) {
-        return false;
+    std::ofstream(file("ca.pem")) << ca;
+    std::ofstream(file("untrusted.pem")) << untrusted;
+    pki::write_file(file("sig.der"), m.signature);
+    pki::write_file(file("content.bin"), s.content);
+    const std::string common =
+        " -CAfile " + file("ca.pem") + " -crl_check_all -attime " + std::to_string(s.ts.gen_time);
+    const std::string extra = untrusted.empty() ? "" : " " + file("untrusted.pem");
+    bool ok = Run("openssl cms -verify -binary -inform DER -in " + file("sig.der") + " -content " +
+                  file("content.bin") + " -purpose any -out /dev/null" + common +
+                  (extra.empty() ? "" : " -certfile" + extra));
+    if (ok && !m.token.empty()) {
+        pki::write_file(file("token.der"), m.token);
+        const Bytes imprint = pki::digest(pki::describe_token(m.token).imprint_digest,
+                                          pki::signature_value(m.signature));
+        ok = Run("openssl ts -verify -token_in -in " + file("token.der") + " -digest " +
+                 pki::hex(imprint) + common + (extra.empty() ? "" : " -untrusted" + extra));
     }
-    if (m.token.empty()) {
-        return true;
-    }
-    pki::write_file(d / "token.der", m.token);
-    const auto tokenInfo = pki::describe_token(m.token);
-    const Bytes imprint = pki::digest(tokenInfo.imprint_digest, pki::signature_value(m.signature));
-    return Run("openssl ts -verify -token_in -in " + (d / "token.der").string() + " -digest " +
-               pki::hex(imprint) + " -CAfile " + (d / "ca.pem").string() +
-               (haveUntrusted ? " -untrusted " + untrusted : "") + " -crl_check_all" + at +
-               " >/dev/null");
+    fs::remove_all(d);
+    return ok;
 }
 
-Bytes Pem(const Bytes &der, const std::string &label) {
+std::string Pem(const Bytes &der, const std::string &label) {
     std::string b64(4 * ((der.size() + 2) / 3) + 1, '\0');
     const int n = EVP_EncodeBlock(reinterpret_cast<unsigned char *>(b64.data()), der.data(),
                                   static_cast<int>(der.size()));
@@ -255,8 +240,7 @@ Bytes Pem(const Bytes &der, const std::string &label) {
     for (int i = 0; i < n; i += 64) {
         text += b64.substr(static_cast<size_t>(i), 64) + "\n";
     }
-    text += "-----END " + label + "-----\n";
-    return Bytes(text.begin(), text.end());
+    return text + "-----END " + label + "-----\n";
 }
 
 void FlipIn(Bytes &der, const Bytes &needle) {

@@ -22,6 +22,7 @@ namespace pkitest {
 
 namespace pki = tavo::pki;
 using pki::Bytes;
+using Certs = std::vector<const pki::Cert *>;
 
 // The time-stamp's genTime used throughout, and the CRL dates around it.
 constexpr std::time_t kGenTime = 1772366400;  // 2026-03-01 12:00:00 UTC
@@ -49,6 +50,7 @@ Bytes Concat(const std::vector<Bytes> &parts);
 
 // Everything one verification needs, defaulting to a valid signature.
 struct Scenario {
+    const World &w;
     const Party *signer = nullptr;
     const Party *tsa = nullptr;
     pki::SignSpec sign;
@@ -80,7 +82,7 @@ Verdict RunEngine(const Scenario &s, const Material &m, uint32_t chunk = 4096);
 bool OpenSslAccepts(const Scenario &s, const Material &m);
 
 // PEM armour around DER.
-Bytes Pem(const Bytes &der, const std::string &label);
+std::string Pem(const Bytes &der, const std::string &label);
 
 // Flips the first occurrence of `needle` (its last byte) inside `der`.
 void FlipIn(Bytes &der, const Bytes &needle);

@@ -8,29 +8,8 @@
 namespace x509test {
 namespace {
 
-// One CA key and certificate for every CRL of this file.
-struct Issuer {
-    Issuer() {
-        pki::CertSpec spec;
-        spec.subject = pki::name({{"O", "tavo"}, {"CN", "crl issuer"}});
-        spec.not_before = pki::utc(2020, 1, 1);
-        spec.not_after = pki::utc(2045, 1, 1);
-        spec.ca = true;
-        spec.key_usage = pki::kKeyCertSign | pki::kCrlSign;
-        cert = pki::issue(spec, RsaKey(2048), nullptr, RsaKey(2048));
-        der = pki::der(cert);
-    }
-    pki::Cert cert;
-    Bytes der;
-};
-
-const Issuer &TheIssuer() {
-    static const Issuer issuer;
-    return issuer;
-}
-
 Bytes MakeCrl(const pki::CrlSpec &spec) {
-    return pki::make_crl(spec, TheIssuer().cert, RsaKey(2048));
+    return pki::make_crl(spec, TestCa(kRoot), RsaKey(2048));
 }
 
 pki::CrlSpec BasicSpec() {
@@ -125,7 +104,8 @@ TEST_P(CrlDecode, FieldsMatchOpenSsl) {
 
     // OpenSSL's signature verifies with the issuer's key; a flipped byte in the
     // signed part (a digit of thisUpdate) does not.
-    CertPtr issuer = DecodeCert(ctx, TheIssuer().der);
+    const Bytes issuerDer = pki::der(TestCa(kRoot));
+    CertPtr issuer = DecodeCert(ctx, issuerDer);
     ASSERT_NE(issuer, nullptr);
     const auto verify = [&](const CmsvCrl &c) {
         uint32_t result = 0;

@@ -43,21 +43,17 @@ const CompareCase kCompareCases[] = {
     {"prefix", NameDer({Rdn({Cn("ab")})}), NameDer({Rdn({Cn("abc")})}), CMSV_ERR_GENERIC},
 };
 
-class NameCompare : public ::testing::TestWithParam<CompareCase> {};
-
-TEST_P(NameCompare, Result) {
+TEST(NameCompare, Result) {
     CmsvTestContext ctx;
     ASSERT_TRUE(ctx.ok());
-    NameRecord a(ctx, GetParam().a);
-    NameRecord b(ctx, GetParam().b);
-    ASSERT_EQ(a.status, CMSV_OK);
-    ASSERT_EQ(b.status, CMSV_OK);
-    EXPECT_EQ(cmsv_compare_x509_name(ctx, a.get(), b.get()), GetParam().expected);
-    EXPECT_EQ(cmsv_compare_x509_name(ctx, b.get(), a.get()), GetParam().expected);
+    for (const CompareCase &c : kCompareCases) {
+        NameRecord a(ctx, c.a);
+        NameRecord b(ctx, c.b);
+        ASSERT_EQ(a.status | b.status, CMSV_OK) << c.what;
+        EXPECT_EQ(cmsv_compare_x509_name(ctx, a.get(), b.get()), c.expected) << c.what;
+        EXPECT_EQ(cmsv_compare_x509_name(ctx, b.get(), a.get()), c.expected) << c.what;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Names, NameCompare, ::testing::ValuesIn(kCompareCases),
-                         [](const auto &p) { return std::string(p.param.what); });
 
 struct ReadableCase {
     const char *what;
@@ -99,24 +95,20 @@ const ReadableCase kReadableCases[] = {
     {"empty", NameDer({}), ""},
 };
 
-class ReadableName : public ::testing::TestWithParam<ReadableCase> {};
-
-TEST_P(ReadableName, Text) {
+TEST(ReadableName, Text) {
     CmsvTestContext ctx;
     ASSERT_TRUE(ctx.ok());
-    NameRecord name(ctx, GetParam().name);
-    ASSERT_EQ(name.status, CMSV_OK) << std::hex << name.status;
-    char *text = nullptr;
-    uint32_t len = 0;
-    ASSERT_EQ(cmsv_convert_from_x509_name(ctx, name.get(), &text, &len), CMSV_OK);
-    EXPECT_EQ(std::string(text), GetParam().expected);
-    EXPECT_EQ(len, GetParam().expected.size());
-    EXPECT_LE(len, 255u);
-    cmsv_free(ctx, text);
+    for (const ReadableCase &c : kReadableCases) {
+        NameRecord name(ctx, c.name);
+        ASSERT_EQ(name.status, CMSV_OK) << c.what;
+        char *text = nullptr;
+        uint32_t len = 0;
+        ASSERT_EQ(cmsv_convert_from_x509_name(ctx, name.get(), &text, &len), CMSV_OK) << c.what;
+        EXPECT_EQ(std::string(text), c.expected) << c.what;
+        EXPECT_EQ(len, c.expected.size()) << c.what;
+        cmsv_free(ctx, text);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Names, ReadableName, ::testing::ValuesIn(kReadableCases),
-                         [](const auto &p) { return std::string(p.param.what); });
 
 TEST(ReadableNameErrors, AttributeOutsideTableFails) {
     CmsvTestContext ctx;

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "pki.h"
 #include "tavo/cmsv.h"
@@ -26,6 +27,29 @@ inline const pki::Key &RsaKey(int bits, int index = 0) {
         it->second = pki::make_rsa_key(bits);
     }
     return it->second;
+}
+
+// A root (serial 01) and two CAs under it (11, 12), "O=tavo,CN=<name>", each with its own key.
+enum Who { kRoot, kCa1, kCa2 };
+inline const pki::Cert &TestCa(int who) {
+    static const std::vector<pki::Cert> certs = [] {
+        std::vector<pki::Cert> out;
+        const char *names[] = {"root", "ca1", "ca2"};
+        const uint8_t serials[] = {0x01, 0x11, 0x12};
+        for (int i = 0; i < 3; i++) {
+            pki::CertSpec spec;
+            spec.not_before = pki::utc(2020, 1, 1);
+            spec.not_after = pki::utc(2045, 1, 1);
+            spec.ca = true;
+            spec.key_usage = pki::kKeyCertSign | pki::kCrlSign;
+            spec.subject = pki::name({{"O", "tavo"}, {"CN", names[i]}});
+            spec.serial = {serials[i]};
+            out.push_back(pki::issue(spec, RsaKey(2048, i), i == 0 ? nullptr : &out.front(),
+                                     RsaKey(2048, 0)));
+        }
+        return out;
+    }();
+    return certs[static_cast<size_t>(who)];
 }
 
 template <class T, void (*Free)(CmsvVrfCtx *, T *)>
