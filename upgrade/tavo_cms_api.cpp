@@ -127,6 +127,16 @@ class PayloadReader {
     tavo::base::UniqueFd fd_;
 };
 
+// Opens the package for reading; a failure is logged for `site`.
+tavo::base::UniqueFile open_package(const char *path, tavo::log::Site site) {
+    tavo::base::UniqueFile file{std::fopen(path, "rb")};
+    if (!file) {
+        TAVO_LOG_FOR(tavo::log::kErr, kUnit, site, "open file %s failed errno(%d).\r\n", path,
+                     errno);
+    }
+    return file;
+}
+
 }  // namespace
 
 int32_t TavoCmsGetFileLen(const char *path, uint32_t *length) {
@@ -134,9 +144,8 @@ int32_t TavoCmsGetFileLen(const char *path, uint32_t *length) {
         TAVO_LOG_TO(tavo::log::kErr, kUnit, "Input parameter error.\r\n\r\n");
         return -1;
     }
-    tavo::base::UniqueFile file{std::fopen(path, "rb")};
+    tavo::base::UniqueFile file = open_package(path, __func__);
     if (!file) {
-        TAVO_LOG_TO(tavo::log::kErr, kUnit, "open file %s failed errno(%d).\r\n", path, errno);
         return -1;
     }
     long end = std::fseek(file.get(), 0, SEEK_END) == 0 ? std::ftell(file.get()) : -1;
@@ -154,9 +163,8 @@ int32_t TavoCmsReadBuffFromFile(const char *path, uint8_t *dest, int32_t offset,
         TAVO_LOG_TO(tavo::log::kErr, kUnit, "Input parameter error.\r\n\r\n");
         return -1;
     }
-    tavo::base::UniqueFile file{std::fopen(path, "rb")};
+    tavo::base::UniqueFile file = open_package(path, __func__);
     if (!file) {
-        TAVO_LOG_TO(tavo::log::kErr, kUnit, "open file %s failed errno(%d).\r\n", path, errno);
         return -1;
     }
     if (std::fseek(file.get(), offset, SEEK_SET) != 0) {
