@@ -259,7 +259,7 @@ TEST_F(TavoPack, SignatureOptionsVerifyWithOpenssl) {
     const std::pair<const pki::Cert *, const pki::Key *> second{&dev.tsa, &dev.tsa_key};
     const struct {
         const char *name;
-        pki::SignSpec spec;
+        pki::SignProfile profile;
         std::size_t certs, signers;
     } kCases[] = {
         {"defaults", {}, 1, 1},
@@ -271,12 +271,12 @@ TEST_F(TavoPack, SignatureOptionsVerifyWithOpenssl) {
     };
     for (const auto &c : kCases) {
         SCOPED_TRACE(c.name);
-        const Bytes cms = pki::sign_detached(content, dev.signer, dev.signer_key, c.spec);
+        const Bytes cms = pki::sign_detached(content, dev.signer, dev.signer_key, c.profile);
         EXPECT_EQ(pki::embedded_certs(cms).size(), c.certs);
         std::vector<pki::SignerSummary> s = pki::signers(cms);
         ASSERT_EQ(s.size(), c.signers);
-        EXPECT_EQ(s[0].signed_attrs, c.spec.signed_attrs);
-        EXPECT_EQ(s[0].key_id.empty(), !c.spec.signer_by_ski);
+        EXPECT_EQ(s[0].signed_attrs, c.profile.signed_attrs);
+        EXPECT_EQ(s[0].key_id.empty(), !c.profile.signer_by_ski);
         EXPECT_FALSE(pki::timestamp_of(cms));
         pki::write_file(path("opt.der"), cms);
         CommandResult r =
@@ -289,15 +289,15 @@ TEST_F(TavoPack, SignatureOptionsVerifyWithOpenssl) {
 
 TEST_F(TavoPack, CrlOptionsAsOpensslReadsThem) {
     const pki::DevPki dev = pki::load_dev_pki(path("pki"));
-    pki::CrlSpec spec;
-    spec.this_update = pki::utc(2030, 1, 1);
-    spec.next_update = pki::utc(2031, 1, 1);
-    spec.indirect = true;
-    spec.version_override = 0;
-    spec.crl_number = std::nullopt;
-    spec.digest = "sha384";
-    spec.revoked = {{Bytes(20, 0x7f), pki::utc(2030, 6, 1), 5}};
-    pki::write_file(path("opt-crl.der"), pki::make_crl(spec, dev.root, dev.root_key));
+    pki::CrlProfile profile;
+    profile.this_update = pki::utc(2030, 1, 1);
+    profile.next_update = pki::utc(2031, 1, 1);
+    profile.indirect = true;
+    profile.version_override = 0;
+    profile.crl_number = std::nullopt;
+    profile.digest = "sha384";
+    profile.revoked = {{Bytes(20, 0x7f), pki::utc(2030, 6, 1), 5}};
+    pki::write_file(path("opt-crl.der"), pki::make_crl(profile, dev.root, dev.root_key));
     CommandResult r = run({OPENSSL_CLI_PATH, "crl", "-inform", "DER", "-in", path("opt-crl.der"),
                            "-noout", "-text", "-CAfile", path("root.pem")});
     ASSERT_EQ(r.status, 0) << r.err;
@@ -338,32 +338,32 @@ TEST(TavoPki, KeyUsageEncodings) {
         {0, false, {0x03, 0x01, 0x00}},
     };
     for (const auto &c : kCases) {
-        pki::CertSpec spec;
-        spec.subject = pki::name({{"CN", "ku"}});
-        spec.not_before = pki::utc(2020, 1, 1);
-        spec.not_after = pki::utc(2040, 1, 1);
-        spec.key_usage = c.mask;
-        spec.key_usage_two_bytes = c.two_bytes;
-        EXPECT_EQ(extension_value(pki::issue(spec, key, nullptr, key), "2.5.29.15"), c.der)
+        pki::CertProfile profile;
+        profile.subject = pki::name({{"CN", "ku"}});
+        profile.not_before = pki::utc(2020, 1, 1);
+        profile.not_after = pki::utc(2040, 1, 1);
+        profile.key_usage = c.mask;
+        profile.key_usage_two_bytes = c.two_bytes;
+        EXPECT_EQ(extension_value(pki::issue(profile, key, nullptr, key), "2.5.29.15"), c.der)
             << c.mask << " " << c.two_bytes;
     }
 }
 
 TEST(TavoPki, CertificateFieldsAsAsked) {
     const pki::Key key = pki::make_rsa_key(1024);
-    pki::CertSpec spec;
-    spec.subject.rdns = {{{"C", "CN"}}, {{"O", "tavo"}, {"OU", "fw"}}, {{"2.5.4.3", "x"}}};
-    spec.serial = Bytes(20, 0xab);
-    spec.not_before = pki::utc(2021, 5, 6, 7, 8, 9);
-    spec.not_after = pki::utc(2049, 1, 1);
-    spec.generalized_time = true;
-    spec.eku = {"timeStamping", "codeSigning", "1.2.3.4"};
-    spec.extra = {{"1.3.6.1.4.1.99999.1", true, {0x05, 0x00}}};
-    const pki::Cert c = pki::issue(spec, key, nullptr, key);
+    pki::CertProfile profile;
+    profile.subject.rdns = {{{"C", "CN"}}, {{"O", "tavo"}, {"OU", "fw"}}, {{"2.5.4.3", "x"}}};
+    profile.serial = Bytes(20, 0xab);
+    profile.not_before = pki::utc(2021, 5, 6, 7, 8, 9);
+    profile.not_after = pki::utc(2049, 1, 1);
+    profile.generalized_time = true;
+    profile.eku = {"timeStamping", "codeSigning", "1.2.3.4"};
+    profile.extra = {{"1.3.6.1.4.1.99999.1", true, {0x05, 0x00}}};
+    const pki::Cert c = pki::issue(profile, key, nullptr, key);
     const pki::Cert back = pki::parse_cert(pki::der(c));
     EXPECT_EQ(pki::subject_text(back), "CN=x,O=tavo+OU=fw,C=CN");
-    EXPECT_EQ(pki::serial(back), spec.serial);
-    EXPECT_EQ(pki::not_before(back), spec.not_before);
+    EXPECT_EQ(pki::serial(back), profile.serial);
+    EXPECT_EQ(pki::not_before(back), profile.not_before);
     EXPECT_EQ(ASN1_STRING_type(X509_get0_notAfter(back.get())), V_ASN1_GENERALIZEDTIME);
     EXPECT_EQ(
         extension_value(back, "2.5.29.37"),
@@ -376,13 +376,13 @@ TEST(TavoPki, CertificateFieldsAsAsked) {
 
 TEST(TavoPki, TokenOptions) {
     const pki::Key key = pki::make_rsa_key(1024);
-    pki::CertSpec spec;
-    spec.subject = pki::name({{"CN", "tsa"}});
-    spec.not_before = pki::utc(2020, 1, 1);
-    spec.not_after = pki::utc(2040, 1, 1);
-    const pki::Cert tsa = pki::issue(spec, key, nullptr, key);
+    pki::CertProfile profile;
+    profile.subject = pki::name({{"CN", "tsa"}});
+    profile.not_before = pki::utc(2020, 1, 1);
+    profile.not_after = pki::utc(2040, 1, 1);
+    const pki::Cert tsa = pki::issue(profile, key, nullptr, key);
     const Bytes sig = {1, 2, 3};
-    pki::TsSpec ts;
+    pki::TsProfile ts;
     ts.gen_time = pki::utc(2025, 3, 4, 5, 6, 7);
 
     pki::TokenInfo plain = pki::describe_token(pki::make_timestamp_token(sig, tsa, key, ts));

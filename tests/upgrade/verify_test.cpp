@@ -79,11 +79,11 @@ class VerifyTest : public ::testing::Test {
     // Detached signature over `content` by the signer (with its CA embedded) and a
     // time-stamp token over the signature value.
     static Bytes sign(const Bytes &content, const std::string &digest = "sha256") {
-        pki::SignSpec spec;
-        spec.digest = digest;
-        spec.embed = std::vector<const pki::Cert *>{&pki_->signer, &pki_->ca};
-        Bytes cms = pki::sign_detached(content, pki_->signer, pki_->signer_key, spec);
-        pki::TsSpec ts;
+        pki::SignProfile profile;
+        profile.digest = digest;
+        profile.embed = std::vector<const pki::Cert *>{&pki_->signer, &pki_->ca};
+        Bytes cms = pki::sign_detached(content, pki_->signer, pki_->signer_key, profile);
+        pki::TsProfile ts;
         ts.gen_time = std::time(nullptr);
         Bytes token =
             pki::make_timestamp_token(pki::signature_value(cms), pki_->tsa, pki_->tsa_key, ts);

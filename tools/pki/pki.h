@@ -103,7 +103,7 @@ struct Extension {
     Bytes value;
 };
 
-struct CertSpec {
+struct CertProfile {
     Name subject;
     Bytes serial{0x01};  // big-endian magnitude; a leading 0x00 is added when needed
     std::time_t not_before = 0;
@@ -139,7 +139,8 @@ class Cert {
 
 // Issues a v3 certificate for subject_key. issuer null: self-signed (issuer
 // name = subject, signed by issuer_key, which should be subject_key).
-Cert issue(const CertSpec &spec, const Key &subject_key, const Cert *issuer, const Key &issuer_key);
+Cert issue(const CertProfile &profile, const Key &subject_key, const Cert *issuer,
+           const Key &issuer_key);
 
 Bytes der(const Cert &cert);
 std::string cert_pem(const Cert &cert);
@@ -163,7 +164,7 @@ struct Revoked {
     std::optional<int> reason;  // CRLReason code; none: no reason extension
 };
 
-struct CrlSpec {
+struct CrlProfile {
     std::time_t this_update = 0;
     std::time_t next_update = 0;
     std::vector<Revoked> revoked;
@@ -175,7 +176,7 @@ struct CrlSpec {
 };
 
 // DER CertificateList signed by issuer_key, issuer name from issuer.
-Bytes make_crl(const CrlSpec &spec, const Cert &issuer, const Key &issuer_key);
+Bytes make_crl(const CrlProfile &profile, const Cert &issuer, const Key &issuer_key);
 
 struct CrlInfo {
     std::string issuer;
@@ -191,7 +192,7 @@ std::vector<Bytes> split_der(const Bytes &bundle);
 
 // ---------------------------------------------------------------------- CMS
 
-struct SignSpec {
+struct SignProfile {
     std::string digest = "sha256";
     bool signed_attrs = true;    // contentType, messageDigest, signingTime
     bool signer_by_ski = false;  // SignerIdentifier: subjectKeyIdentifier, not issuerAndSerial
@@ -205,7 +206,7 @@ struct SignSpec {
 
 // DER ContentInfo / SignedData over content, id-data, PKCS#1 v1.5.
 Bytes sign_detached(const Bytes &content, const Cert &signer, const Key &key,
-                    const SignSpec &spec = {});
+                    const SignProfile &profile = {});
 
 // encryptedDigest (signature value) of the first SignerInfo.
 Bytes signature_value(const Bytes &cms_der);
@@ -228,7 +229,7 @@ std::vector<SignerSummary> signers(const Bytes &cms_der);
 
 // --------------------------------------------------------------- time-stamps
 
-struct TsSpec {
+struct TsProfile {
     std::time_t gen_time = 0;
     std::string digest = "sha256";         // messageImprint hash
     std::string signer_digest = "sha256";  // token SignerInfo digest
@@ -242,12 +243,12 @@ struct TsSpec {
     std::optional<std::vector<const Cert *>> embed;
 };
 
-// TimeStampToken whose messageImprint is spec.digest over signature_value.
+// TimeStampToken whose messageImprint is profile.digest over signature_value.
 Bytes make_timestamp_token(const Bytes &signature_value, const Cert &tsa, const Key &tsa_key,
-                           const TsSpec &spec);
-// Same with the imprint given (hash algorithm spec.digest, hashed_message).
+                           const TsProfile &profile);
+// Same with the imprint given (hash algorithm profile.digest, hashed_message).
 Bytes make_timestamp_token_for_imprint(const Bytes &hashed_message, const Cert &tsa,
-                                       const Key &tsa_key, const TsSpec &spec);
+                                       const Key &tsa_key, const TsProfile &profile);
 
 struct TokenInfo {
     std::time_t gen_time = 0;

@@ -164,41 +164,41 @@ Bytes public_der(const Key &key) {
 
 // ------------------------------------------------------------- certificates
 
-Cert issue(const CertSpec &spec, const Key &subject_key, const Cert *issuer,
+Cert issue(const CertProfile &profile, const Key &subject_key, const Cert *issuer,
            const Key &issuer_key) {
     require_key(subject_key);
     require_key(issuer_key);
     X509Ptr x(check_ptr(X509_new(), "X509_new"));
     check(X509_set_version(x.get(), X509_VERSION_3) == 1, "X509_set_version");
-    IntPtr sn = make_integer(spec.serial);
+    IntPtr sn = make_integer(profile.serial);
     check(X509_set_serialNumber(x.get(), sn.get()) == 1, "X509_set_serialNumber");
-    NamePtr subject = build_name(spec.subject);
+    NamePtr subject = build_name(profile.subject);
     check(X509_set_subject_name(x.get(), subject.get()) == 1, "X509_set_subject_name");
     check(X509_set_issuer_name(x.get(), issuer != nullptr ? X509_get_subject_name(issuer->get())
                                                           : subject.get()) == 1,
           "X509_set_issuer_name");
-    set_time(x.get(), spec.not_before, spec.generalized_time, true);
-    set_time(x.get(), spec.not_after, spec.generalized_time, false);
+    set_time(x.get(), profile.not_before, profile.generalized_time, true);
+    set_time(x.get(), profile.not_after, profile.generalized_time, false);
     check(X509_set_pubkey(x.get(), subject_key.get()) == 1, "X509_set_pubkey");
 
-    if (spec.ca) {
+    if (profile.ca) {
         Ptr<BASIC_CONSTRAINTS, BASIC_CONSTRAINTS_free> bc(BASIC_CONSTRAINTS_new());
         check(bc != nullptr, "BASIC_CONSTRAINTS_new");
         bc->ca = 0xFF;
-        if (spec.path_len) {
+        if (profile.path_len) {
             bc->pathlen = check_ptr(ASN1_INTEGER_new(), "ASN1_INTEGER_new");
-            ASN1_INTEGER_set(bc->pathlen, *spec.path_len);
+            ASN1_INTEGER_set(bc->pathlen, *profile.path_len);
         }
         add_ext(x.get(), NID_basic_constraints, true, bc.get());
     }
-    if (spec.key_usage) {
+    if (profile.key_usage) {
         add_raw_ext(x.get(), "2.5.29.15", true,
-                    key_usage_der(*spec.key_usage, spec.key_usage_two_bytes));
+                    key_usage_der(*profile.key_usage, profile.key_usage_two_bytes));
     }
-    if (!spec.eku.empty()) {
+    if (!profile.eku.empty()) {
         Ptr<EXTENDED_KEY_USAGE, EXTENDED_KEY_USAGE_free> eku(sk_ASN1_OBJECT_new_null());
         check(eku != nullptr, "sk_ASN1_OBJECT_new_null");
-        for (const auto &e : spec.eku) {
+        for (const auto &e : profile.eku) {
             ObjPtr obj(OBJ_txt2obj(e.c_str(), 0));
             if (!obj) {
                 fail("unknown extended key usage " + e);
@@ -206,9 +206,9 @@ Cert issue(const CertSpec &spec, const Key &subject_key, const Cert *issuer,
             check(sk_ASN1_OBJECT_push(eku.get(), obj.get()) > 0, "sk_ASN1_OBJECT_push");
             obj.release();
         }
-        add_ext(x.get(), NID_ext_key_usage, spec.eku_critical, eku.get());
+        add_ext(x.get(), NID_ext_key_usage, profile.eku_critical, eku.get());
     }
-    if (spec.subject_key_id) {
+    if (profile.subject_key_id) {
         unsigned char md[EVP_MAX_MD_SIZE];
         unsigned len = 0;
         check(X509_pubkey_digest(x.get(), EVP_sha1(), md, &len) == 1, "X509_pubkey_digest");
@@ -216,7 +216,7 @@ Cert issue(const CertSpec &spec, const Key &subject_key, const Cert *issuer,
         check(ASN1_OCTET_STRING_set(oct.get(), md, static_cast<int>(len)) == 1, "SKI");
         add_ext(x.get(), NID_subject_key_identifier, false, oct.get());
     }
-    if (spec.authority_key_id && issuer != nullptr) {
+    if (profile.authority_key_id && issuer != nullptr) {
         const ASN1_OCTET_STRING *ski = X509_get0_subject_key_id(issuer->get());
         if (ski != nullptr) {
             Ptr<AUTHORITY_KEYID, AUTHORITY_KEYID_free> aki(AUTHORITY_KEYID_new());
@@ -225,10 +225,10 @@ Cert issue(const CertSpec &spec, const Key &subject_key, const Cert *issuer,
             add_ext(x.get(), NID_authority_key_identifier, false, aki.get());
         }
     }
-    for (const auto &e : spec.extra) {
+    for (const auto &e : profile.extra) {
         add_raw_ext(x.get(), e.oid, e.critical, e.value);
     }
-    if (X509_sign(x.get(), issuer_key.get(), md_by_name(spec.digest)) <= 0) {
+    if (X509_sign(x.get(), issuer_key.get(), md_by_name(profile.digest)) <= 0) {
         fail("signing the certificate");
     }
     return Cert(x.release());

@@ -15,14 +15,15 @@ CMS_SignerInfo *first_signer(CMS_ContentInfo *cms) {
     return sk_CMS_SignerInfo_value(sis, 0);
 }
 
-void add_signer(CMS_ContentInfo *cms, const Cert &cert, const Key &key, const SignSpec &spec) {
+void add_signer(CMS_ContentInfo *cms, const Cert &cert, const Key &key,
+                const SignProfile &profile) {
     if (!cert || !key) {
         throw Error("signer needs a certificate and a key");
     }
     unsigned flags = CMS_BINARY | CMS_NOCERTS | CMS_NOSMIMECAP;
-    flags |= spec.signed_attrs ? 0 : CMS_NOATTR;
-    flags |= spec.signer_by_ski ? CMS_USE_KEYID : 0;
-    if (CMS_add1_signer(cms, cert.get(), key.get(), md_by_name(spec.digest), flags) == nullptr) {
+    flags |= profile.signed_attrs ? 0 : CMS_NOATTR;
+    flags |= profile.signer_by_ski ? CMS_USE_KEYID : 0;
+    if (CMS_add1_signer(cms, cert.get(), key.get(), md_by_name(profile.digest), flags) == nullptr) {
         fail("adding the signer " + subject_text(cert));
     }
 }
@@ -94,18 +95,18 @@ std::vector<Cert> certs_of(CMS_ContentInfo *cms) {
 }  // namespace detail
 
 Bytes sign_detached(const Bytes &content, const Cert &signer, const Key &key,
-                    const SignSpec &spec) {
-    const unsigned flags = CMS_BINARY | (spec.detached ? CMS_DETACHED : 0);
+                    const SignProfile &profile) {
+    const unsigned flags = CMS_BINARY | (profile.detached ? CMS_DETACHED : 0);
     CmsPtr cms(CMS_sign(nullptr, nullptr, nullptr, nullptr, flags | CMS_PARTIAL));
     check(cms != nullptr, "CMS_sign");
-    add_signer(cms.get(), signer, key, spec);
-    for (const auto &[c, k] : spec.extra_signers) {
+    add_signer(cms.get(), signer, key, profile);
+    for (const auto &[c, k] : profile.extra_signers) {
         if (c == nullptr || k == nullptr) {
             throw Error("extra signer without certificate or key");
         }
-        add_signer(cms.get(), *c, *k, spec);
+        add_signer(cms.get(), *c, *k, profile);
     }
-    add_certs(cms.get(), spec.embed ? *spec.embed : std::vector<const Cert *>{&signer});
+    add_certs(cms.get(), profile.embed ? *profile.embed : std::vector<const Cert *>{&signer});
     BioPtr in(check_ptr(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())),
                         "BIO_new_mem_buf"));
     check(CMS_final(cms.get(), in.get(), nullptr, flags) == 1, "CMS_final");

@@ -14,21 +14,21 @@ void add_crl_ext(X509_CRL *crl, int nid, bool critical, void *value) {
 
 }  // namespace
 
-Bytes make_crl(const CrlSpec &spec, const Cert &issuer, const Key &issuer_key) {
+Bytes make_crl(const CrlProfile &profile, const Cert &issuer, const Key &issuer_key) {
     if (!issuer || !issuer_key) {
         throw Error("CRL needs an issuer certificate and key");
     }
     CrlPtr crl(check_ptr(X509_CRL_new(), "X509_CRL_new"));
-    check(X509_CRL_set_version(crl.get(), spec.version_override.value_or(1)) == 1,
+    check(X509_CRL_set_version(crl.get(), profile.version_override.value_or(1)) == 1,
           "X509_CRL_set_version");
     check(X509_CRL_set_issuer_name(crl.get(), X509_get_subject_name(issuer.get())) == 1,
           "X509_CRL_set_issuer_name");
-    TimePtr this_update(check_ptr(ASN1_TIME_set(nullptr, spec.this_update), "ASN1_TIME_set"));
+    TimePtr this_update(check_ptr(ASN1_TIME_set(nullptr, profile.this_update), "ASN1_TIME_set"));
     check(X509_CRL_set1_lastUpdate(crl.get(), this_update.get()) == 1, "thisUpdate");
-    TimePtr next_update(check_ptr(ASN1_TIME_set(nullptr, spec.next_update), "ASN1_TIME_set"));
+    TimePtr next_update(check_ptr(ASN1_TIME_set(nullptr, profile.next_update), "ASN1_TIME_set"));
     check(X509_CRL_set1_nextUpdate(crl.get(), next_update.get()) == 1, "nextUpdate");
 
-    for (const auto &r : spec.revoked) {
+    for (const auto &r : profile.revoked) {
         RevokedPtr rev(check_ptr(X509_REVOKED_new(), "X509_REVOKED_new"));
         IntPtr sn = make_integer(r.serial);
         check(X509_REVOKED_set_serialNumber(rev.get(), sn.get()) == 1, "revoked serial");
@@ -43,18 +43,18 @@ Bytes make_crl(const CrlSpec &spec, const Cert &issuer, const Key &issuer_key) {
         check(X509_CRL_add0_revoked(crl.get(), rev.get()) == 1, "X509_CRL_add0_revoked");
         rev.release();
     }
-    if (spec.crl_number) {
+    if (profile.crl_number) {
         IntPtr number(check_ptr(ASN1_INTEGER_new(), "ASN1_INTEGER_new"));
-        check(ASN1_INTEGER_set(number.get(), *spec.crl_number) == 1, "ASN1_INTEGER_set");
+        check(ASN1_INTEGER_set(number.get(), *profile.crl_number) == 1, "ASN1_INTEGER_set");
         add_crl_ext(crl.get(), NID_crl_number, false, number.get());
     }
-    if (spec.with_idp || spec.indirect) {
+    if (profile.with_idp || profile.indirect) {
         Ptr<ISSUING_DIST_POINT, ISSUING_DIST_POINT_free> idp(ISSUING_DIST_POINT_new());
         check(idp != nullptr, "ISSUING_DIST_POINT_new");
-        idp->indirectCRL = spec.indirect ? 0xFF : 0;
+        idp->indirectCRL = profile.indirect ? 0xFF : 0;
         add_crl_ext(crl.get(), NID_issuing_distribution_point, true, idp.get());
     }
-    if (X509_CRL_sign(crl.get(), issuer_key.get(), md_by_name(spec.digest)) <= 0) {
+    if (X509_CRL_sign(crl.get(), issuer_key.get(), md_by_name(profile.digest)) <= 0) {
         fail("signing the CRL");
     }
     return encode(crl.get(), i2d_X509_CRL, "i2d_X509_CRL");

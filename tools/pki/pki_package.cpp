@@ -127,7 +127,7 @@ DevPki make_dev_pki(std::time_t now, int root_bits, int leaf_bits) {
     p.signer_key = make_rsa_key(leaf_bits);
     p.tsa_key = make_rsa_key(leaf_bits);
 
-    CertSpec root;
+    CertProfile root;
     root.subject = name({{"C", "CN"}, {"O", "tavo development"}, {"CN", "tavo dev root"}});
     root.serial = {0x01};
     root.not_before = from;
@@ -136,12 +136,12 @@ DevPki make_dev_pki(std::time_t now, int root_bits, int leaf_bits) {
     root.key_usage = kKeyCertSign | kCrlSign;
     p.root = issue(root, p.root_key, nullptr, p.root_key);
 
-    CertSpec ca = root;
+    CertProfile ca = root;
     ca.subject = name({{"C", "CN"}, {"O", "tavo development"}, {"CN", "tavo dev signing CA"}});
     ca.serial = {0x02};
     p.ca = issue(ca, p.ca_key, &p.root, p.root_key);
 
-    CertSpec signer;
+    CertProfile signer;
     signer.subject = name({{"C", "CN"}, {"O", "tavo development"}, {"CN", "tavo dev signer"}});
     signer.serial = {0x03};
     signer.not_before = from;
@@ -150,14 +150,14 @@ DevPki make_dev_pki(std::time_t now, int root_bits, int leaf_bits) {
     signer.eku = {"codeSigning"};
     p.signer = issue(signer, p.signer_key, &p.ca, p.ca_key);
 
-    CertSpec tsa = signer;
+    CertProfile tsa = signer;
     tsa.subject = name({{"C", "CN"}, {"O", "tavo development"}, {"CN", "tavo dev TSA"}});
     tsa.serial = {0x04};
     tsa.eku = {"timeStamping"};
     tsa.eku_critical = true;
     p.tsa = issue(tsa, p.tsa_key, &p.root, p.root_key);
 
-    CrlSpec crl;
+    CrlProfile crl;
     crl.this_update = from;
     crl.next_update = to;
     p.root_crl = make_crl(crl, p.root, p.root_key);

@@ -42,16 +42,16 @@ Ptr<ASN1_GENERALIZEDTIME, ASN1_GENERALIZEDTIME_free> gen_time(std::time_t t, boo
     return gt;
 }
 
-Bytes encode_tst_info(const Bytes &hashed_message, const Cert &tsa, const TsSpec &spec) {
-    const EVP_MD *md = md_by_name(spec.digest);
+Bytes encode_tst_info(const Bytes &hashed_message, const Cert &tsa, const TsProfile &profile) {
+    const EVP_MD *md = md_by_name(profile.digest);
     if (hashed_message.size() != static_cast<std::size_t>(EVP_MD_get_size(md))) {
-        throw Error("imprint length does not match " + spec.digest);
+        throw Error("imprint length does not match " + profile.digest);
     }
     TstPtr tst(check_ptr(TS_TST_INFO_new(), "TS_TST_INFO_new"));
     check(TS_TST_INFO_set_version(tst.get(), 1) == 1, "TSTInfo version");
-    ObjPtr policy(OBJ_txt2obj(spec.policy.c_str(), 1));
+    ObjPtr policy(OBJ_txt2obj(profile.policy.c_str(), 1));
     if (!policy) {
-        fail("bad policy OID " + spec.policy);
+        fail("bad policy OID " + profile.policy);
     }
     check(TS_TST_INFO_set_policy_id(tst.get(), policy.get()) == 1, "TSTInfo policy");
 
@@ -61,19 +61,19 @@ Bytes encode_tst_info(const Bytes &hashed_message, const Cert &tsa, const TsSpec
           "X509_ALGOR_set0");
     check(TS_MSG_IMPRINT_set_algo(imprint.get(), alg.get()) == 1, "imprint algorithm");
     Bytes msg = hashed_message;
-    if (spec.wrong_imprint) {
+    if (profile.wrong_imprint) {
         msg.back() ^= 0x01;
     }
     check(TS_MSG_IMPRINT_set_msg(imprint.get(), msg.data(), static_cast<int>(msg.size())) == 1,
           "imprint");
     check(TS_TST_INFO_set_msg_imprint(tst.get(), imprint.get()) == 1, "TSTInfo imprint");
 
-    IntPtr sn = make_integer(spec.serial);
+    IntPtr sn = make_integer(profile.serial);
     check(TS_TST_INFO_set_serial(tst.get(), sn.get()) == 1, "TSTInfo serial");
-    auto gt = gen_time(spec.gen_time, spec.fractional_seconds);
+    auto gt = gen_time(profile.gen_time, profile.fractional_seconds);
     check(TS_TST_INFO_set_time(tst.get(), gt.get()) == 1, "TSTInfo genTime");
-    if (spec.nonce) {
-        IntPtr nonce = make_integer(*spec.nonce);
+    if (profile.nonce) {
+        IntPtr nonce = make_integer(*profile.nonce);
         check(TS_TST_INFO_set_nonce(tst.get(), nonce.get()) == 1, "TSTInfo nonce");
     }
     Ptr<GENERAL_NAME, GENERAL_NAME_free> tsa_name(GENERAL_NAME_new());
@@ -123,31 +123,31 @@ Bytes ts_response(int status, const Bytes &token) {
 }  // namespace
 
 Bytes make_timestamp_token_for_imprint(const Bytes &hashed_message, const Cert &tsa,
-                                       const Key &tsa_key, const TsSpec &spec) {
+                                       const Key &tsa_key, const TsProfile &profile) {
     if (!tsa || !tsa_key) {
         throw Error("time-stamping needs the TSA certificate and key");
     }
-    const Bytes tst = encode_tst_info(hashed_message, tsa, spec);
-    const EVP_MD *md = md_by_name(spec.signer_digest);
+    const Bytes tst = encode_tst_info(hashed_message, tsa, profile);
+    const EVP_MD *md = md_by_name(profile.signer_digest);
     CmsPtr cms(CMS_sign(nullptr, nullptr, nullptr, nullptr, CMS_BINARY | CMS_PARTIAL));
     check(cms != nullptr, "CMS_sign");
     check(CMS_set1_eContentType(cms.get(), OBJ_nid2obj(NID_id_smime_ct_TSTInfo)) == 1,
           "eContentType");
     unsigned flags = CMS_BINARY | CMS_NOCERTS | CMS_NOSMIMECAP;
-    flags |= spec.signed_attrs ? 0 : CMS_NOATTR;
+    flags |= profile.signed_attrs ? 0 : CMS_NOATTR;
     CMS_SignerInfo *si = CMS_add1_signer(cms.get(), tsa.get(), tsa_key.get(), md, flags);
     if (si == nullptr) {
         fail("adding the TSA signer");
     }
-    if (spec.signed_attrs) {
+    if (profile.signed_attrs) {
         add_signing_certificate(si, tsa, md);
         // Fixed signingTime so the token depends on gen_time only.
-        TimePtr when(check_ptr(ASN1_TIME_set(nullptr, spec.gen_time), "ASN1_TIME_set"));
+        TimePtr when(check_ptr(ASN1_TIME_set(nullptr, profile.gen_time), "ASN1_TIME_set"));
         check(CMS_signed_add1_attr_by_NID(si, NID_pkcs9_signingTime, ASN1_STRING_type(when.get()),
                                           when.get(), -1) == 1,
               "signingTime attribute");
     }
-    const std::vector<const Cert *> embed = spec.embed ? *spec.embed : std::vector{&tsa};
+    const std::vector<const Cert *> embed = profile.embed ? *profile.embed : std::vector{&tsa};
     for (const Cert *c : embed) {
         if (c == nullptr || CMS_add1_cert(cms.get(), c->get()) != 1) {
             fail("embedding a certificate in the token");
@@ -160,8 +160,9 @@ Bytes make_timestamp_token_for_imprint(const Bytes &hashed_message, const Cert &
 }
 
 Bytes make_timestamp_token(const Bytes &sig_value, const Cert &tsa, const Key &tsa_key,
-                           const TsSpec &spec) {
-    return make_timestamp_token_for_imprint(digest(spec.digest, sig_value), tsa, tsa_key, spec);
+                           const TsProfile &profile) {
+    return make_timestamp_token_for_imprint(digest(profile.digest, sig_value), tsa, tsa_key,
+                                            profile);
 }
 
 TokenInfo describe_token(const Bytes &token) {
@@ -237,28 +238,28 @@ Bytes answer_ts_request(const Bytes &request, const Cert &tsa, const Key &tsa_ke
     TS_MSG_IMPRINT *imprint = TS_REQ_get_msg_imprint(req.get());
     const ASN1_OBJECT *alg = nullptr;
     X509_ALGOR_get0(&alg, nullptr, nullptr, TS_MSG_IMPRINT_get_algo(imprint));
-    TsSpec spec;
-    spec.digest = digest_name_of(alg);
+    TsProfile profile;
+    profile.digest = digest_name_of(alg);
     const ASN1_OCTET_STRING *msg = TS_MSG_IMPRINT_get_msg(imprint);
     Bytes hashed(ASN1_STRING_get0_data(msg), ASN1_STRING_get0_data(msg) + ASN1_STRING_length(msg));
-    if (spec.digest.empty() ||
-        hashed.size() != static_cast<std::size_t>(EVP_MD_get_size(md_by_name(spec.digest)))) {
+    if (profile.digest.empty() ||
+        hashed.size() != static_cast<std::size_t>(EVP_MD_get_size(md_by_name(profile.digest)))) {
         return ts_response(2, {});
     }
-    spec.gen_time = now;
-    spec.serial = serial_number;
+    profile.gen_time = now;
+    profile.serial = serial_number;
     if (const ASN1_INTEGER *nonce = TS_REQ_get_nonce(req.get()); nonce != nullptr) {
-        spec.nonce = integer_bytes(nonce);
+        profile.nonce = integer_bytes(nonce);
     }
     if (const ASN1_OBJECT *policy = TS_REQ_get_policy_id(req.get()); policy != nullptr) {
         char oid[128];
         OBJ_obj2txt(oid, sizeof oid, policy, 1);
-        spec.policy = oid;
+        profile.policy = oid;
     }
     if (TS_REQ_get_cert_req(req.get()) == 0) {
-        spec.embed = std::vector<const Cert *>{};
+        profile.embed = std::vector<const Cert *>{};
     }
-    return ts_response(0, make_timestamp_token_for_imprint(hashed, tsa, tsa_key, spec));
+    return ts_response(0, make_timestamp_token_for_imprint(hashed, tsa, tsa_key, profile));
 }
 
 Bytes token_from_ts_response(const Bytes &response) {

@@ -209,7 +209,7 @@ int run_build(const BuildOptions &o) {
             o.name.empty() ? std::filesystem::path(o.payload).filename().string() : o.name;
         const Bytes file_list = make_file_list(payload, name, word);
 
-        SignSpec sign;
+        SignProfile sign;
         sign.digest = o.digest;
         std::vector<const Cert *> embed{&m.signer};
         for (const Cert &c : m.chain) {
@@ -223,7 +223,7 @@ int run_build(const BuildOptions &o) {
         if (!o.tsa_url.empty()) {
             token = remote_token(o, sig);
         } else {
-            TsSpec ts;
+            TsProfile ts;
             ts.gen_time = o.time.empty() ? std::time(nullptr) : parse_time(o.time);
             ts.digest = o.digest;
             ts.signer_digest = o.digest;

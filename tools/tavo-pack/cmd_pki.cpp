@@ -89,15 +89,16 @@ int run_pki_init(const PkiInitOptions &o) {
 
 int run_crl(const CrlOptions &o) {
     try {
-        CrlSpec spec;
-        spec.digest = o.digest;
-        spec.this_update = o.this_update.empty() ? std::time(nullptr) : parse_time(o.this_update);
-        spec.next_update =
-            o.next_update.empty() ? spec.this_update + kThirtyYears : parse_time(o.next_update);
+        CrlProfile profile;
+        profile.digest = o.digest;
+        profile.this_update =
+            o.this_update.empty() ? std::time(nullptr) : parse_time(o.this_update);
+        profile.next_update =
+            o.next_update.empty() ? profile.this_update + kThirtyYears : parse_time(o.next_update);
         for (const auto &r : o.revoke) {
-            spec.revoked.push_back(parse_revoke(r, spec.this_update));
+            profile.revoked.push_back(parse_revoke(r, profile.this_update));
         }
-        write_file(o.out, make_crl(spec, load_cert(o.ca), load_key(o.key)));
+        write_file(o.out, make_crl(profile, load_cert(o.ca), load_key(o.key)));
         return 0;
     } catch (const std::exception &e) {
         std::cerr << "tavo-pack: " << e.what() << "\n";

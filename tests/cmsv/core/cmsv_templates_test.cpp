@@ -23,21 +23,21 @@ struct World {
     pki::Cert tsa;
     Bytes rootDer;
     World() {
-        pki::CertSpec spec;
-        spec.subject = pki::name({{"O", "tavo"}, {"CN", "root"}});
-        spec.serial = {0x80, 0x01};
-        spec.not_before = pki::utc(2020, 1, 1);
-        spec.not_after = pki::utc(2040, 1, 1);
-        spec.ca = true;
-        spec.key_usage = pki::kDigitalSignature | pki::kKeyCertSign | pki::kCrlSign;
-        spec.eku = {"codeSigning", "timeStamping"};
-        spec.extra = {{"1.2.3.4", true, {0x05, 0x00}}};  // unknown and critical
-        root = pki::issue(spec, key, nullptr, key);
+        pki::CertProfile profile;
+        profile.subject = pki::name({{"O", "tavo"}, {"CN", "root"}});
+        profile.serial = {0x80, 0x01};
+        profile.not_before = pki::utc(2020, 1, 1);
+        profile.not_after = pki::utc(2040, 1, 1);
+        profile.ca = true;
+        profile.key_usage = pki::kDigitalSignature | pki::kKeyCertSign | pki::kCrlSign;
+        profile.eku = {"codeSigning", "timeStamping"};
+        profile.extra = {{"1.2.3.4", true, {0x05, 0x00}}};  // unknown and critical
+        root = pki::issue(profile, key, nullptr, key);
         rootDer = pki::der(root);
-        pki::CertSpec t;
+        pki::CertProfile t;
         t.subject = pki::name({{"CN", "tsa"}});
-        t.not_before = spec.not_before;
-        t.not_after = spec.not_after;
+        t.not_before = profile.not_before;
+        t.not_after = profile.not_after;
         t.key_usage = pki::kDigitalSignature;
         t.eku = {"timeStamping"};
         t.eku_critical = true;
@@ -114,13 +114,13 @@ TEST(CmsvTemplates, EveryTruncatedCertificateFails) {
 TEST(CmsvTemplates, CrlOfTwentyOneEntriesIsRefused) {
     CmsvTestContext ctx;
     ASSERT_TRUE(ctx.ok());
-    pki::CrlSpec spec;
-    spec.this_update = pki::utc(2024, 1, 1);
-    spec.next_update = pki::utc(2024, 2, 1);
+    pki::CrlProfile profile;
+    profile.this_update = pki::utc(2024, 1, 1);
+    profile.next_update = pki::utc(2024, 2, 1);
     for (uint8_t i = 1; i <= 21; ++i) {
-        spec.revoked.push_back({{i}, pki::utc(2023, 6, 1), {}});
+        profile.revoked.push_back({{i}, pki::utc(2023, 6, 1), {}});
     }
-    const Bytes big = pki::make_crl(spec, TheWorld().root, TheWorld().key);
+    const Bytes big = pki::make_crl(profile, TheWorld().root, TheWorld().key);
     uint32_t status = 0;
     EXPECT_EQ(Decode<CmsvCrl>(ctx, big, CMSV_X509_CRL_item, &status), nullptr);
     EXPECT_EQ(status, CMSV_ERR_ASN_SEQUENCE);
@@ -132,7 +132,7 @@ TEST(CmsvTemplates, SignedDataWithTimeStamp) {
     const World &w = TheWorld();
     const Bytes content = {'f', 'i', 'l', 'e', 's'};
     const Bytes unsignedCms = pki::sign_detached(content, w.root, w.key);
-    pki::TsSpec ts;
+    pki::TsProfile ts;
     ts.gen_time = pki::utc(2024, 3, 1, 12);
     const Bytes token =
         pki::make_timestamp_token(pki::signature_value(unsignedCms), w.tsa, w.key, ts);

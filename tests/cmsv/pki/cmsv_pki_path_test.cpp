@@ -89,12 +89,12 @@ TEST(PkiStoreTest, SeventeenthCertificateDoesNotFit) {
     CmsvTestContext ctx;
     ASSERT_TRUE(ctx.ok());
     for (uint8_t serial = 1; serial <= 17; ++serial) {
-        pki::CertSpec spec;
-        spec.subject = pki::name({{"CN", "filler"}});
-        spec.serial = {0x60, serial};
-        spec.not_before = pki::utc(2020, 1, 1);
-        spec.not_after = pki::utc(2045, 1, 1);
-        const Bytes der = pki::der(pki::issue(spec, w.signer.key, &w.root.cert, w.root.key));
+        pki::CertProfile profile;
+        profile.subject = pki::name({{"CN", "filler"}});
+        profile.serial = {0x60, serial};
+        profile.not_before = pki::utc(2020, 1, 1);
+        profile.not_after = pki::utc(2045, 1, 1);
+        const Bytes der = pki::der(pki::issue(profile, w.signer.key, &w.root.cert, w.root.key));
         EXPECT_EQ(AddCert(ctx, der), serial <= 16 ? CMSV_OK : CMSV_ERR_LIST_FULL) << +serial;
     }
 }
@@ -109,15 +109,15 @@ uint32_t VerifyNested(int cas) {
     Bytes crls = Crl(w.root);
     Party parent = w.root;
     for (int i = 0; i <= cas; ++i) {
-        pki::CertSpec spec;
-        spec.subject = pki::name({{"CN", "level " + std::to_string(i)}});
-        spec.serial = {static_cast<uint8_t>(0x50 + i)};
-        spec.not_before = pki::utc(2020, 1, 1);
-        spec.not_after = pki::utc(2045, 1, 1);
+        pki::CertProfile profile;
+        profile.subject = pki::name({{"CN", "level " + std::to_string(i)}});
+        profile.serial = {static_cast<uint8_t>(0x50 + i)};
+        profile.not_before = pki::utc(2020, 1, 1);
+        profile.not_after = pki::utc(2045, 1, 1);
         const bool leaf = i == cas;
-        spec.ca = !leaf;
-        spec.key_usage = leaf ? pki::kDigitalSignature : pki::kKeyCertSign | pki::kCrlSign;
-        Party child{pki::issue(spec, w.ca.key, &parent.cert, parent.key), w.ca.key};
+        profile.ca = !leaf;
+        profile.key_usage = leaf ? pki::kDigitalSignature : pki::kKeyCertSign | pki::kCrlSign;
+        Party child{pki::issue(profile, w.ca.key, &parent.cert, parent.key), w.ca.key};
         EXPECT_EQ(AddCert(ctx, child.der()), CMSV_OK);
         if (!leaf) {
             const Bytes crl = Crl(child);

@@ -17,33 +17,33 @@ namespace {
 namespace fs = std::filesystem;
 
 Party Make(const std::string &cn, uint8_t serial, const Party *issuer, pki::Key key,
-           std::function<void(pki::CertSpec &)> tweak = {}) {
-    pki::CertSpec spec;
-    spec.subject = pki::name({{"O", "tavo"}, {"CN", cn}});
-    spec.serial = {serial};
-    spec.not_before = pki::utc(2020, 1, 1);
-    spec.not_after = pki::utc(2045, 1, 1);
+           std::function<void(pki::CertProfile &)> tweak = {}) {
+    pki::CertProfile profile;
+    profile.subject = pki::name({{"O", "tavo"}, {"CN", cn}});
+    profile.serial = {serial};
+    profile.not_before = pki::utc(2020, 1, 1);
+    profile.not_after = pki::utc(2045, 1, 1);
     if (tweak) {
-        tweak(spec);
+        tweak(profile);
     }
     Party party{{}, key};
     party.cert =
-        pki::issue(spec, key, issuer ? &issuer->cert : nullptr, issuer ? issuer->key : key);
+        pki::issue(profile, key, issuer ? &issuer->cert : nullptr, issuer ? issuer->key : key);
     return party;
 }
 
-void MakeCa(pki::CertSpec &spec) {
-    spec.ca = true;
-    spec.key_usage = pki::kKeyCertSign | pki::kCrlSign;
+void MakeCa(pki::CertProfile &profile) {
+    profile.ca = true;
+    profile.key_usage = pki::kKeyCertSign | pki::kCrlSign;
 }
-void MakeCodeSigner(pki::CertSpec &spec) {
-    spec.key_usage = pki::kDigitalSignature;
-    spec.eku = {"codeSigning"};
+void MakeCodeSigner(pki::CertProfile &profile) {
+    profile.key_usage = pki::kDigitalSignature;
+    profile.eku = {"codeSigning"};
 }
-void MakeTsa(pki::CertSpec &spec) {
-    spec.key_usage = pki::kDigitalSignature;
-    spec.eku = {"timeStamping"};
-    spec.eku_critical = true;
+void MakeTsa(pki::CertProfile &profile) {
+    profile.key_usage = pki::kDigitalSignature;
+    profile.eku = {"timeStamping"};
+    profile.eku_critical = true;
 }
 
 World BuildWorld() {
@@ -56,26 +56,27 @@ World BuildWorld() {
     w.signer = Make("Tavo Signer", 0x20, &w.ca, leafKey, MakeCodeSigner);
     w.tsa = Make("Tavo TSA", 0x30, &w.root, tsaKey, MakeTsa);
     // Code signers under the CA that differ from w.signer in one field.
-    const auto variant = [&](uint8_t serial, std::function<void(pki::CertSpec &)> tweak) {
-        return Make("Tavo Signer", serial, &w.ca, leafKey, [&](pki::CertSpec &s) {
+    const auto variant = [&](uint8_t serial, std::function<void(pki::CertProfile &)> tweak) {
+        return Make("Tavo Signer", serial, &w.ca, leafKey, [&](pki::CertProfile &s) {
             MakeCodeSigner(s);
             tweak(s);
         });
     };
-    w.signerExpiredNow = variant(0x21, [](pki::CertSpec &s) {
+    w.signerExpiredNow = variant(0x21, [](pki::CertProfile &s) {
         s.not_before = pki::utc(2025, 1, 1);
         s.not_after = pki::utc(2026, 6, 1);
     });
-    w.signerNotYet = variant(0x22, [](pki::CertSpec &s) { s.not_before = kGenTime + 1; });
-    w.signerExpired = variant(0x23, [](pki::CertSpec &s) { s.not_after = kGenTime - 1; });
-    w.signerEkuSecond = variant(0x24, [](pki::CertSpec &s) {
+    w.signerNotYet = variant(0x22, [](pki::CertProfile &s) { s.not_before = kGenTime + 1; });
+    w.signerExpired = variant(0x23, [](pki::CertProfile &s) { s.not_after = kGenTime - 1; });
+    w.signerEkuSecond = variant(0x24, [](pki::CertProfile &s) {
         s.eku = {"serverAuth", "codeSigning"};
     });
-    w.signerNoDigSig = variant(0x25, [](pki::CertSpec &s) { s.key_usage = pki::kNonRepudiation; });
+    w.signerNoDigSig =
+        variant(0x25, [](pki::CertProfile &s) { s.key_usage = pki::kNonRepudiation; });
     w.tsaCodeSigning = Make("Tavo TSA", 0x31, &w.root, tsaKey, MakeCodeSigner);
     w.otherRoot = Make("Other Root", 1, nullptr, strangerKey, MakeCa);
     w.lookAlike = Make("Tavo Root", 1, nullptr, strangerKey, MakeCa);
-    w.caNoKu = Make("Tavo Bare CA", 0x40, &w.root, caKey, [](pki::CertSpec &s) { s.ca = true; });
+    w.caNoKu = Make("Tavo Bare CA", 0x40, &w.root, caKey, [](pki::CertProfile &s) { s.ca = true; });
     w.underNoKu = Make("Tavo Signer", 0x41, &w.caNoKu, leafKey, MakeCodeSigner);
     return w;
 }
@@ -106,12 +107,12 @@ const World &TheWorld() {
 
 Bytes Crl(const Party &issuer, std::vector<pki::Revoked> revoked, bool indirect,
           std::time_t nextUpdate) {
-    pki::CrlSpec spec;
-    spec.this_update = kGenTime - kDay;
-    spec.next_update = nextUpdate != 0 ? nextUpdate : kGenTime + 30 * kDay;
-    spec.revoked = std::move(revoked);
-    spec.indirect = indirect;
-    return pki::make_crl(spec, issuer.cert, issuer.key);
+    pki::CrlProfile profile;
+    profile.this_update = kGenTime - kDay;
+    profile.next_update = nextUpdate != 0 ? nextUpdate : kGenTime + 30 * kDay;
+    profile.revoked = std::move(revoked);
+    profile.indirect = indirect;
+    return pki::make_crl(profile, issuer.cert, issuer.key);
 }
 
 Bytes Concat(const std::vector<Bytes> &parts) {
@@ -137,12 +138,13 @@ Scenario::Scenario() : w(TheWorld()) {
 }
 
 Material Build(const Scenario &s) {
-    pki::SignSpec spec = s.sign;
-    if (spec.embed && !spec.embed->empty() && spec.embed->front() == &TheWorld().signer.cert) {
-        spec.embed->front() = &s.signer->cert;
+    pki::SignProfile profile = s.sign;
+    if (profile.embed && !profile.embed->empty() &&
+        profile.embed->front() == &TheWorld().signer.cert) {
+        profile.embed->front() = &s.signer->cert;
     }
     Material m;
-    m.signature = pki::sign_detached(s.content, s.signer->cert, s.signer->key, spec);
+    m.signature = pki::sign_detached(s.content, s.signer->cert, s.signer->key, profile);
     if (s.timestamp) {
         m.token = pki::make_timestamp_token(pki::signature_value(m.signature), s.tsa->cert,
                                             s.tsa->key, s.ts);

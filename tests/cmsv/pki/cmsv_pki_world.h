@@ -53,8 +53,8 @@ struct Scenario {
     const World &w;
     const Party *signer = nullptr;
     const Party *tsa = nullptr;
-    pki::SignSpec sign;
-    pki::TsSpec ts;
+    pki::SignProfile sign;
+    pki::TsProfile ts;
     bool timestamp = true;
     std::vector<Bytes> trusted;    // cmsv_verify_add_cert, one call each
     std::vector<Bytes> crlBundle;  // one cmsv_verify_add_crl call

@@ -108,18 +108,18 @@ TEST_P(CertDecode, MatchesOpenSslAndVerifies) {
     const CertCase &c = GetParam();
     CmsvTestContext ctx;
     ASSERT_TRUE(ctx.ok()) << std::hex << ctx.status();
-    pki::CertSpec spec;
-    spec.subject = c.subject;
-    spec.serial = {0x83, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88};  // DER adds 0x00
-    spec.not_before = pki::utc(2020, 2, 29, 12, 30, 45);
-    spec.not_after = pki::utc(c.notAfterYear, 1, 1);
-    spec.ca = c.ca;
-    spec.key_usage = c.keyUsage;
-    spec.key_usage_two_bytes = c.twoBytes;
-    spec.eku = c.eku;
-    spec.digest = c.digest;
-    spec.generalized_time = c.generalized;
-    const pki::Cert issued = pki::issue(spec, RsaKey(c.bits), nullptr, RsaKey(c.bits));
+    pki::CertProfile profile;
+    profile.subject = c.subject;
+    profile.serial = {0x83, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88};  // DER adds 0x00
+    profile.not_before = pki::utc(2020, 2, 29, 12, 30, 45);
+    profile.not_after = pki::utc(c.notAfterYear, 1, 1);
+    profile.ca = c.ca;
+    profile.key_usage = c.keyUsage;
+    profile.key_usage_two_bytes = c.twoBytes;
+    profile.eku = c.eku;
+    profile.digest = c.digest;
+    profile.generalized_time = c.generalized;
+    const pki::Cert issued = pki::issue(profile, RsaKey(c.bits), nullptr, RsaKey(c.bits));
     Bytes der = pki::der(issued);
     X509 *x = issued.get();
 
@@ -129,8 +129,8 @@ TEST_P(CertDecode, MatchesOpenSslAndVerifies) {
     EXPECT_EQ(View(cert->tbs.serialNumber), pki::serial(issued));
     ExpectSameName(cert->tbs.subject, X509_get_subject_name(x));
     ExpectSameName(cert->tbs.issuer, X509_get_issuer_name(x));
-    ExpectSameTime(cert->tbs.validity.notBefore, X509_get0_notBefore(x), spec.not_before);
-    ExpectSameTime(cert->tbs.validity.notAfter, X509_get0_notAfter(x), spec.not_after);
+    ExpectSameTime(cert->tbs.validity.notBefore, X509_get0_notBefore(x), profile.not_before);
+    ExpectSameTime(cert->tbs.validity.notAfter, X509_get0_notAfter(x), profile.not_after);
     EXPECT_EQ(cert->tbs.extensions.keyUsage, ExpectedKeyUsage(x));
     EXPECT_EQ(cert->tbs.extensions.extKeyUsage, ExpectedEku(x));
     EXPECT_EQ(cert->tbs.extensions.basicConstraintsCa,

@@ -20,17 +20,17 @@ Bytes MakeBundle(const std::vector<CrlOf> &crls, bool withCaCerts = true) {
     Bytes bundle;
     bool used[3] = {};
     for (const CrlOf &c : crls) {
-        pki::CrlSpec spec;
-        spec.this_update = c.thisUpdate;
-        spec.next_update = c.thisUpdate + 365 * 86400;
-        spec.crl_number = static_cast<long>(c.thisUpdate % 100000);
+        pki::CrlProfile profile;
+        profile.this_update = c.thisUpdate;
+        profile.next_update = c.thisUpdate + 365 * 86400;
+        profile.crl_number = static_cast<long>(c.thisUpdate % 100000);
         if (c.revokesCa2) {
-            spec.revoked.push_back({kCa2Serial, c.thisUpdate - 86400, 1});
+            profile.revoked.push_back({kCa2Serial, c.thisUpdate - 86400, 1});
         }
         if (c.who != kRoot) {
-            spec.revoked.push_back({{0x77}, c.thisUpdate - 86400, 1});  // a leaf of the CA
+            profile.revoked.push_back({{0x77}, c.thisUpdate - 86400, 1});  // a leaf of the CA
         }
-        bundle = Concat({bundle, pki::make_crl(spec, TestCa(c.who), RsaKey(2048, c.who))});
+        bundle = Concat({bundle, pki::make_crl(profile, TestCa(c.who), RsaKey(2048, c.who))});
         used[c.who] = true;
     }
     for (Who who : {kCa1, kCa2}) {

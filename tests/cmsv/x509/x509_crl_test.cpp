@@ -8,40 +8,40 @@
 namespace x509test {
 namespace {
 
-Bytes MakeCrl(const pki::CrlSpec &spec) {
-    return pki::make_crl(spec, TestCa(kRoot), RsaKey(2048));
+Bytes MakeCrl(const pki::CrlProfile &profile) {
+    return pki::make_crl(profile, TestCa(kRoot), RsaKey(2048));
 }
 
-pki::CrlSpec BasicSpec() {
-    pki::CrlSpec spec;
-    spec.this_update = pki::utc(2024, 3, 1);
-    spec.next_update = pki::utc(2024, 4, 1);
-    return spec;
+pki::CrlProfile BasicProfile() {
+    pki::CrlProfile profile;
+    profile.this_update = pki::utc(2024, 3, 1);
+    profile.next_update = pki::utc(2024, 4, 1);
+    return profile;
 }
 
 struct CrlCase {
     const char *what;
-    pki::CrlSpec spec;
+    pki::CrlProfile profile;
 };
 
 std::vector<CrlCase> CrlCases() {
     std::vector<CrlCase> cases;
-    cases.push_back({"empty", BasicSpec()});  // no revokedCertificates at all
-    pki::CrlSpec entries = BasicSpec();
+    cases.push_back({"empty", BasicProfile()});  // no revokedCertificates at all
+    pki::CrlProfile entries = BasicProfile();
     entries.revoked = {{{0x05}, pki::utc(2024, 2, 1), 1},
                        {{0x90, 0x01}, pki::utc(2024, 2, 2), 4},
                        {{0x07, 0x08, 0x09}, pki::utc(2024, 2, 3), std::nullopt}};
     entries.digest = "sha384";
     cases.push_back({"entries_and_reasons", entries});
-    pki::CrlSpec idp = entries;
+    pki::CrlProfile idp = entries;
     idp.with_idp = true;
     idp.digest = "sha512";
     cases.push_back({"direct_idp", idp});
-    pki::CrlSpec indirect = BasicSpec();
+    pki::CrlProfile indirect = BasicProfile();
     indirect.indirect = true;
     indirect.revoked = {{{0x11}, pki::utc(2024, 1, 1), 5}};
     cases.push_back({"indirect_idp", indirect});
-    pki::CrlSpec generalized = BasicSpec();
+    pki::CrlProfile generalized = BasicProfile();
     generalized.next_update = pki::utc(2051, 1, 1);  // GeneralizedTime from 2050 on
     cases.push_back({"generalized_next_update", generalized});
     return cases;
@@ -52,7 +52,7 @@ class CrlDecode : public ::testing::TestWithParam<CrlCase> {};
 TEST_P(CrlDecode, FieldsMatchOpenSsl) {
     CmsvTestContext ctx;
     ASSERT_TRUE(ctx.ok()) << std::hex << ctx.status();
-    const Bytes der = MakeCrl(GetParam().spec);
+    const Bytes der = MakeCrl(GetParam().profile);
     CrlPtr crl = DecodeCrl(ctx, der);
     ASSERT_NE(crl, nullptr);
     EXPECT_EQ(crl->refCount, 1);

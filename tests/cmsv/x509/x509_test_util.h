@@ -37,14 +37,14 @@ inline const pki::Cert &TestCa(int who) {
         const char *names[] = {"root", "ca1", "ca2"};
         const uint8_t serials[] = {0x01, 0x11, 0x12};
         for (int i = 0; i < 3; i++) {
-            pki::CertSpec spec;
-            spec.not_before = pki::utc(2020, 1, 1);
-            spec.not_after = pki::utc(2045, 1, 1);
-            spec.ca = true;
-            spec.key_usage = pki::kKeyCertSign | pki::kCrlSign;
-            spec.subject = pki::name({{"O", "tavo"}, {"CN", names[i]}});
-            spec.serial = {serials[i]};
-            out.push_back(pki::issue(spec, RsaKey(2048, i), i == 0 ? nullptr : &out.front(),
+            pki::CertProfile profile;
+            profile.not_before = pki::utc(2020, 1, 1);
+            profile.not_after = pki::utc(2045, 1, 1);
+            profile.ca = true;
+            profile.key_usage = pki::kKeyCertSign | pki::kCrlSign;
+            profile.subject = pki::name({{"O", "tavo"}, {"CN", names[i]}});
+            profile.serial = {serials[i]};
+            out.push_back(pki::issue(profile, RsaKey(2048, i), i == 0 ? nullptr : &out.front(),
                                      RsaKey(2048, 0)));
         }
         return out;
